@@ -1,0 +1,46 @@
+# How every target of this project is compiled: language level, warnings, hardening, sanitizers.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_C_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+# Programs of the build tree find the libraries beside them; installed ones use the system's paths.
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/lib")
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
+
+if(NOT CMAKE_BUILD_TYPE)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+
+add_library(kavrel_build_options INTERFACE)
+target_compile_options(kavrel_build_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow
+  -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=
+  $<$<BOOL:${KAVREL_WERROR}>:-Werror>)
+target_link_options(kavrel_build_options INTERFACE -Wl,-z,relro -Wl,-z,now)
+target_compile_definitions(kavrel_build_options INTERFACE _GNU_SOURCE)
+
+if(KAVREL_SANITIZE)
+  list(JOIN KAVREL_SANITIZE "," sanitizers)
+  add_compile_options(-fsanitize=${sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${sanitizers})
+else()
+  target_compile_options(kavrel_build_options INTERFACE -fstack-protector-strong
+    $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+endif()
+
+# kavrel_test(<name> SOURCES <file>... [LIBRARIES <target>...]): one GoogleTest program. Every test
+# case becomes one CTest test, so that they run in parallel; each makes its own runtime directory.
+function(kavrel_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
+  target_link_libraries(${name} PRIVATE kavrel_build_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+    PROPERTIES TIMEOUT 120 LABELS "${ARG_LABELS}")
+endfunction()

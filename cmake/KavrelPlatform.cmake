@@ -1,0 +1,39 @@
+# The five platform services as targets Platform::<service>, wherever they come from.
+# A service's room calls kavrel_platform_library(); with KAVREL_PLATFORM=system pkg-config is asked.
+
+# kavrel_platform_library(<service> SOURCES <file>... [LIBRARIES <target>...]): the bundled service
+# as lib<service>.so.0 with its public header from include/.
+function(kavrel_platform_library service)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_library(${service} SHARED ${ARG_SOURCES})
+  add_library(Platform::${service} ALIAS ${service})
+  target_include_directories(${service}
+    PUBLIC $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/include>
+    PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/src)
+  target_link_libraries(${service} PRIVATE $<BUILD_INTERFACE:kavrel_build_options>
+    $<BUILD_INTERFACE:kavrel_platform_common> ${ARG_LIBRARIES})
+  target_link_options(${service} PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,ALL)
+  if(KAVREL_SANITIZE)
+    set_target_properties(${service} PROPERTIES LINK_OPTIONS "")
+  endif()
+  set_target_properties(${service} PROPERTIES SOVERSION 0 VERSION 0.1.0)
+  install(TARGETS ${service} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+          COMPONENT platform NAMELINK_COMPONENT platform-development)
+  install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT platform-development)
+  kavrel_platform_pkgconfig(${service})
+endfunction()
+
+function(kavrel_platform_pkgconfig service)
+  configure_file(${PROJECT_SOURCE_DIR}/packaging/platform.pc.in
+                 ${CMAKE_CURRENT_BINARY_DIR}/${service}.pc @ONLY)
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${service}.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT platform-development)
+endfunction()
+
+# kavrel_system_platform(<service>...): Platform::<service> from the system's own libraries.
+function(kavrel_system_platform)
+  foreach(service IN LISTS ARGN)
+    pkg_check_modules(PLATFORM_${service} REQUIRED IMPORTED_TARGET ${service})
+    add_library(Platform::${service} ALIAS PkgConfig::PLATFORM_${service})
+  endforeach()
+endfunction()

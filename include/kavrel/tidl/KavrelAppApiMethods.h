@@ -1,0 +1,229 @@
+/* The remote interface KavrelAppApi as one table: everything that has to know its methods is made
+ * from the rows below - the proxy's encoders, the stub's dispatch, kavrelctl's commands, help,
+ * completion and man page, the table in the documents, and the tests that walk all methods.
+ *
+ * To add a method, append a row with the next free id and declare the operation in the proxy
+ * (KavrelAppApiProxy.h), in the stub (KavrelAppApiStub.h) and in the C API (app_api.h). The ids are
+ * the wire format: they are never reused and never follow from a row's place.
+ *
+ * This header needs nothing but the standard library (C++17).
+ */
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace kavrel::app_api {
+
+/// A string list argument: an array count on the wire, then one string an element.
+using Strings = std::vector<std::string>;
+
+// clang-format off
+/// X(id, method, c_name, signature, summary)
+///   id         first item of the request; 0 (result) and 1 (callback) never name a method
+///   method     operation of the proxy and of the stub's service
+///   c_name     the exported C function is kavrel_api_<c_name>
+///   signature  arguments in wire order: int, bool, std::string, Strings travel in the request,
+///              int& come back in the result. A return type other than void means that the viewer
+///              answers: the out values in order, then the return value.
+///   summary    what the method asks for, one line
+#define KAVREL_APP_API_METHODS(X) \
+  X( 2, ChangeSource, change_source, void(std::string, std::string, std::string, std::string), "switch the viewer to another source") \
+  X( 3, GetSelectionWindowInfo, get_selection_window_info, bool(int&, int&, int&, int&), "ask where the selection window is and how large") \
+  X( 4, GetSelectionWindowMoveRange, get_selection_window_move_range, bool(int&, int&, int&, int&), "ask within which limits the selection window moves") \
+  X( 5, StoreSelectionWindowInfo, store_selection_window_info, bool(int, int), "keep the selection window's position") \
+  X( 6, MoveSelectionWindowTo, move_selection_window_to, bool(int, int), "move the selection window") \
+  X( 7, ChangeSelectionWindowZoomLevel, change_selection_window_zoom_level, bool(int), "set the selection window's zoom level") \
+  X( 8, GetWindowSize, get_window_size, bool(int&), "ask for the viewer's window size") \
+  X( 9, SetWindowSize, set_window_size, bool(int), "set the viewer's window size") \
+  X(10, SendMbrKey, send_mbr_key, void(int, int, int, std::string, Strings), "send a key to a device controlled by the multi-brand remote") \
+  X(11, ShowChannelBanner, show_channel_banner, void(int), "show the channel banner") \
+  X(12, ShowCaption, show_caption, void(int, std::string), "show the caption banner") \
+  X(13, ShowSourceBanner, show_source_banner, void(int, std::string, std::string, std::string), "show the source banner") \
+  X(14, ShowMTSBanner, show_MTS_banner, void(int, std::string), "show the multi-track sound banner") \
+  X(15, ShowRatingBanner, show_rating_banner, void(int, std::string, std::string), "show the rating banner") \
+  X(16, ShowNosignalBanner, show_nosignal_banner, void(int, std::string), "show the no-signal banner") \
+  X(17, ShowPVRInfo, show_PVR_info, void(int, std::string), "show the recording information") \
+  X(18, ShowSleepTimerPopup, show_sleep_timer_popup, void(int), "show the sleep timer pop-up") \
+  X(19, ShowAutoPowerOffPopup, show_auto_power_off_popup, void(int), "show the automatic power-off pop-up") \
+  X(20, ShowFanErrorPopup, show_fan_error_popup, void(int), "show the fan error pop-up") \
+  X(21, ShowProjectorHsmErrorPopup, show_projector_hsm_error_popup, void(int), "show the projector heat-sink error pop-up") \
+  X(22, ShowQdDisplayNoti, show_qd_display_notification, void(int, std::string), "show the display notification") \
+  X(23, ShowPellwinBrightnessReducePopup, show_pellwin_brightness_reduce_popup, void(int), "show the reduced-brightness pop-up") \
+  X(24, ShowHotelNoChannelPopup, show_hotel_no_channel_popup, void(int), "show the hotel's no-channel pop-up") \
+  X(25, ShowHospitalNoChannelPopup, show_hospital_no_channel_popup, void(int), "show the hospital's no-channel pop-up") \
+  X(26, ShowInsufficientMemoryPopup, show_insufficient_memory_popup, void(int), "show the insufficient-memory pop-up") \
+  X(27, ShowSignZoomSetup, show_sign_zoom_setup, void(int), "show the sign-language zoom set-up") \
+  X(28, ShowReturnPrevChannelPopup, show_return_prev_channel_popup, void(int), "show the return-to-previous-channel pop-up") \
+  X(29, ShowNoSignalPowerOffTimerPopup, show_no_signal_power_off_timer_popup, void(int), "show the no-signal power-off timer") \
+  X(30, ShowKeyGuideBanner, show_key_guide_banner, void(int, int), "show the key guide banner") \
+  X(31, ShowGameModeBanner, show_game_mode_banner, void(int, bool), "show the game mode banner") \
+  X(32, ShowOCLViewForMLED, show_ocl_view_for_MLED, void(int, std::string), "show the one-connect view of an LED wall") \
+  X(33, SendCommand, send_command, void(std::string, std::string), "send a free command") \
+  X(34, EnableBanner, enable_banner, void(std::string, std::string), "allow a banner to be shown") \
+  X(35, DisableBanner, disable_banner, void(std::string, std::string), "keep a banner from being shown") \
+  X(36, SendInitCommand, send_init_command, void(std::string), "tell the viewer to initialise") \
+  X(37, SendHideBanner, send_hide_banner, void(std::string, std::string), "hide a banner") \
+  X(38, SetLanguage, set_language, void(std::string), "set the viewer's language") \
+  X(39, PluginCmd, plugin_cmd, void(std::string, std::string), "send a command to a plug-in") \
+  X(40, SetTVSHint, set_tvs_hint, void(std::string), "give the viewer a hint about the TV service") \
+  X(41, NotificationCommand, notification_command, void(std::string, int), "act on a notification") \
+  X(42, TuneChannel, tunechannel, void(std::string, std::string, std::string, std::string), "tune to a channel") \
+  X(43, TuneChannelMain, tunechannel_main, void(std::string, std::string), "tune the main picture") \
+  X(44, TuneChannelMajor, tunechannel_major, void(int, int, std::string), "tune by major and minor channel number") \
+  X(45, TuneChannelPip, tunechannel_pip, void(std::string, std::string), "tune the picture-in-picture window") \
+  X(46, SvcIdTune, svcid_tune, void(std::string, std::string, std::string, std::string), "tune by service id") \
+  X(47, ShowLoading, show_loading, void(std::string), "show the loading screen") \
+  X(48, SendDiscreteCommand, send_discrete_command, void(std::string, std::string), "send a discrete remote-control command") \
+  X(49, SendAutoRemoconKey, send_autoremoconkey, void(std::string, std::string, std::string, std::string, std::string), "send a key of the automatic remote control") \
+  X(50, SendStorageCommand, send_storagecommand, void(std::string), "send a storage command") \
+  X(51, SetHbbTVState, set_hbbtv_state, void(std::string), "tell the viewer the state of the HbbTV application") \
+  X(52, VoiceAppRequestTune, voiceapprequest_tune, void(std::string), "tune as the voice application asks") \
+  X(53, ExitTTX, exit_ttx, void(std::string), "leave teletext") \
+  X(54, CheckStateForVistane, check_state_for_vistane, int(int&), "ask for the viewer's state on behalf of Vistane")
+// clang-format on
+
+/// First item of a result and of a callback parcel; no method has these ids.
+inline constexpr int kResultId = 0;
+inline constexpr int kCallbackId = 1;
+
+/// The version that requests and results carry as their header's tag.
+inline constexpr const char* kInterfaceVersion = "1.9.1";
+
+/// The rpc-port port on which a viewer serves the interface.
+inline constexpr const char* kPortName = "KavrelAppApi";
+
+/// What can travel in a parcel of this interface.
+enum class ItemType { None, Int32, Bool, String, StringList };
+
+/// The name of an item type as help texts and error lines show it.
+constexpr const char* ItemTypeName(ItemType type) {
+  switch (type) {
+    case ItemType::None:
+      return "nothing";
+    case ItemType::Int32:
+      return "int";
+    case ItemType::Bool:
+      return "bool";
+    case ItemType::String:
+      return "string";
+    case ItemType::StringList:
+      return "string list";
+  }
+  return "?";
+}
+
+template <class T>
+constexpr ItemType ItemTypeOf() {
+  using Value = std::remove_cv_t<std::remove_reference_t<T>>;
+  if constexpr (std::is_void_v<Value>) {
+    return ItemType::None;
+  } else if constexpr (std::is_same_v<Value, int>) {
+    return ItemType::Int32;
+  } else if constexpr (std::is_same_v<Value, bool>) {
+    return ItemType::Bool;
+  } else if constexpr (std::is_same_v<Value, std::string>) {
+    return ItemType::String;
+  } else {
+    static_assert(
+        std::is_same_v<Value, Strings>,
+        "not an item type: add it to ItemType here and to src/app_api/tidl/ParcelItems.h");
+    return ItemType::StringList;
+  }
+}
+
+/// One argument type that comes back in the result instead of travelling in the request.
+template <class T>
+inline constexpr bool kIsOutValue = std::is_lvalue_reference_v<T>;
+
+inline constexpr std::size_t kMaxArguments = 5;
+
+/// One row of the table as data, for code that treats all methods alike at run time.
+struct MethodInfo {
+  int id;
+  const char* name;                               ///< "ChangeSource"
+  const char* c_name;                             ///< "change_source"
+  const char* summary;                            ///< one line
+  ItemType result;                                ///< None: the viewer does not answer
+  std::array<ItemType, kMaxArguments> arguments;  ///< in wire order
+  std::size_t argument_count;
+  std::size_t out_value_count;  ///< each an int32, in front of the result
+
+  constexpr bool HasReply() const { return result != ItemType::None; }
+};
+
+namespace detail {
+
+template <class Signature>
+struct SignatureTraits;
+
+template <class R, class... P>
+struct SignatureTraits<R(P...)> {
+  using Result = R;
+  static_assert(sizeof...(P) <= kMaxArguments, "raise kMaxArguments");
+
+  static constexpr MethodInfo Describe(int id, const char* name, const char* c_name,
+                                       const char* summary) {
+    MethodInfo info{id, name, c_name, summary, ItemTypeOf<R>(), {}, 0, 0};
+    (Append<P>(info), ...);
+    return info;
+  }
+
+ private:
+  template <class T>
+  static constexpr void Append(MethodInfo& info) {
+    if constexpr (kIsOutValue<T>) {
+      ++info.out_value_count;
+    } else {
+      info.arguments[info.argument_count++] = ItemTypeOf<T>();
+    }
+  }
+};
+
+}  // namespace detail
+
+/// One type a row, named like the method: methods::TuneChannel::kId, ::Signature, ::kInfo.
+namespace methods {
+#define KAVREL_METHOD_TYPE(id, method, c_name, signature, summary)                   \
+  struct method {                                                                    \
+    static constexpr int kId = id;                                                   \
+    using Signature = signature;                                                     \
+    using Result = detail::SignatureTraits<Signature>::Result;                       \
+    static constexpr MethodInfo kInfo =                                              \
+        detail::SignatureTraits<Signature>::Describe(id, #method, #c_name, summary); \
+  };
+KAVREL_APP_API_METHODS(KAVREL_METHOD_TYPE)
+#undef KAVREL_METHOD_TYPE
+}  // namespace methods
+
+/// All rows in ascending order of id.
+#define KAVREL_METHOD_INFO(id, method, c_name, signature, summary) methods::method::kInfo,
+inline constexpr MethodInfo kMethods[] = {KAVREL_APP_API_METHODS(KAVREL_METHOD_INFO)};
+#undef KAVREL_METHOD_INFO
+
+inline constexpr std::size_t kMethodCount = std::size(kMethods);
+inline constexpr int kFirstMethodId = kMethods[0].id;
+inline constexpr int kLastMethodId = kMethods[kMethodCount - 1].id;
+
+/// The row of a method id, or null when no method has it.
+constexpr const MethodInfo* FindMethod(int id) {
+  for (const MethodInfo& method : kMethods) {
+    if (method.id == id) return &method;
+  }
+  return nullptr;
+}
+
+namespace detail {
+constexpr bool IdsAscendWithoutGap() {
+  for (std::size_t i = 0; i < kMethodCount; ++i) {
+    if (kMethods[i].id != kFirstMethodId + static_cast<int>(i)) return false;
+  }
+  return kFirstMethodId > kCallbackId;
+}
+static_assert(IdsAscendWithoutGap(), "a row is missing, doubled or out of order");
+}  // namespace detail
+
+}  // namespace kavrel::app_api
