@@ -37,3 +37,15 @@ function(kavrel_system_platform)
     add_library(Platform::${service} ALIAS PkgConfig::PLATFORM_${service})
   endforeach()
 endfunction()
+
+# kavrel_use_platform_headers(<target> <service>...): compile against the services' headers without
+# linking them, so that a test can put its own fakes in their place.
+function(kavrel_use_platform_headers target)
+  foreach(service IN LISTS ARGN)
+    if(KAVREL_PLATFORM STREQUAL "system")
+      target_include_directories(${target} PUBLIC ${PLATFORM_${service}_INCLUDE_DIRS})
+    else()
+      target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/platform/${service}/include)
+    endif()
+  endforeach()
+endfunction()

@@ -1,0 +1,288 @@
+/* The service end of the remote interface KavrelAppApi, for the viewer application.
+ *
+ * A viewer derives from KavrelAppApi::ServiceBase, gives a factory of such services to one
+ * KavrelAppApi object and runs its GLib main loop:
+ *
+ *     class Service : public stub::KavrelAppApi::ServiceBase { ... 53 operations ... };
+ *     class Factory : public stub::KavrelAppApi::ServiceBase::Factory {
+ *       std::unique_ptr<ServiceBase> MakeService(std::string sender, std::string instance) override
+ * { return std::make_unique<Service>(std::move(sender), std::move(instance));
+ *       }
+ *     };
+ *     stub::KavrelAppApi app_api;
+ *     app_api.Listen(std::make_shared<Factory>());
+ *     g_main_loop_run(loop);
+ *
+ * Names, order of fields and order of virtual operations are contract: operations are appended,
+ * never inserted.
+ *
+ * Thread: everything here belongs to the thread that made the KavrelAppApi object. Its main context
+ * delivers connections, requests and disconnections, and requests run right there, one at a time: a
+ * long operation delays every client.
+ *
+ * An exception that leaves an operation is not caught by the stub: what follows is up to the
+ * rpc-port service that delivered the request (the bundled one logs it and serves on).
+ */
+#pragma once
+
+#include <kavrel/export.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <deque>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace rpc_port {
+namespace KavrelAppApiStub {
+namespace stub {
+
+/// Base of what the stub throws; carries nothing.
+class KAVREL_EXPORT Exception {};
+/// The stub could not be made or could not listen.
+class KAVREL_EXPORT InvalidIOException : public Exception {};
+
+/// Something for a worker to run.
+class KAVREL_EXPORT Job {
+ public:
+  class KAVREL_EXPORT IEvent {
+   public:
+    virtual ~IEvent();
+    virtual void Run() = 0;
+  };
+
+  /// `event` is not owned; with null, running the job does nothing.
+  explicit Job(IEvent* event) : event_(event) {}
+  Job(const Job&) = default;
+  Job& operator=(const Job&) = default;
+  virtual ~Job();
+
+  void Run() {
+    if (event_ != nullptr) event_->Run();
+  }
+
+ private:
+  IEvent* event_;
+};
+
+/// First in, first out, between any threads. Unbounded: its users push one item a service.
+template <class T>
+class SharedQueue {
+ public:
+  SharedQueue() = default;
+  SharedQueue(const SharedQueue&) = delete;
+  SharedQueue& operator=(const SharedQueue&) = delete;
+  virtual ~SharedQueue() = default;
+
+  void Push(T item) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    queue_.push_back(std::move(item));
+    cond_var_.notify_one();
+  }
+
+  /// Blocks until there is an item; there is no other way out.
+  void WaitAndPop(T& item) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (queue_.empty()) cond_var_.wait(lock);
+    item = std::move(queue_.front());
+    queue_.pop_front();
+  }
+
+ private:
+  std::deque<T> queue_;
+  std::mutex mutex_;
+  std::condition_variable cond_var_;
+};
+
+/// One worker thread that runs jobs one at a time in the order of their arrival. Made and destroyed
+/// on the stub's thread, never on its own worker. The constructor throws std::system_error when no
+/// thread can be had; the destructor runs what was queued before it and joins.
+class KAVREL_EXPORT ActiveObject : public Job::IEvent {
+ public:
+  ActiveObject();
+  ActiveObject(const ActiveObject&) = delete;
+  ActiveObject& operator=(const ActiveObject&) = delete;
+  ~ActiveObject() override;
+
+  /// The stop job's work: ends the worker after this job. Runs on the worker.
+  void Run() override;
+
+  void Push(std::shared_ptr<Job> job) { queue_.Push(std::move(job)); }
+
+ private:
+  void WorkUntilDone();
+
+  std::thread thread_;
+  bool done_ = false;
+  SharedQueue<std::shared_ptr<Job>> queue_;
+};
+
+/// The service: listens on port "KavrelAppApi" of this process's application id, keeps one service
+/// object a connected client, and turns request parcels into calls of its operations.
+class KAVREL_EXPORT KavrelAppApi {
+ public:
+  /// One connected client. Owned by the stub; kept alive by a call in progress.
+  class KAVREL_EXPORT ServiceBase {
+   public:
+    /// Makes the service of a client that connects.
+    class KAVREL_EXPORT Factory {
+     public:
+      virtual ~Factory();
+      /// `sender` is the client's application id as it gave it, `instance` the connection. Null, or
+      /// a std::exception, refuses the client.
+      virtual std::unique_ptr<ServiceBase> MakeService(std::string sender,
+                                                       std::string instance) = 0;
+    };
+
+    ServiceBase(const ServiceBase&) = delete;
+    ServiceBase& operator=(const ServiceBase&) = delete;
+    virtual ~ServiceBase();
+
+    /// Called once, when the client has connected. Must not destroy the stub; may Disconnect().
+    virtual void OnClientConnected() = 0;
+    /// Called once, when the client has gone or the stub is being destroyed.
+    virtual void OnClientDisconnected() = 0;
+
+    // One operation a method, in order of method id. Arguments come as the client sent them, in
+    // wire order; what they mean is the viewer's choice. An operation with int& parameters stores
+    // its out values there; what it returns is sent to the waiting client.
+    virtual void ChangeSource(std::string a1, std::string a2, std::string a3, std::string a4) = 0;
+    virtual bool GetSelectionWindowInfo(int& out1, int& out2, int& out3, int& out4) = 0;
+    virtual bool GetSelectionWindowMoveRange(int& out1, int& out2, int& out3, int& out4) = 0;
+    virtual bool StoreSelectionWindowInfo(int a1, int a2) = 0;
+    virtual bool MoveSelectionWindowTo(int a1, int a2) = 0;
+    virtual bool ChangeSelectionWindowZoomLevel(int a1) = 0;
+    virtual bool GetWindowSize(int& out1) = 0;
+    virtual bool SetWindowSize(int a1) = 0;
+    virtual void SendMbrKey(int a1, int a2, int a3, std::string a4,
+                            std::vector<std::string> a5) = 0;
+    virtual void ShowChannelBanner(int a1) = 0;
+    virtual void ShowCaption(int a1, std::string a2) = 0;
+    virtual void ShowSourceBanner(int a1, std::string a2, std::string a3, std::string a4) = 0;
+    virtual void ShowMTSBanner(int a1, std::string a2) = 0;
+    virtual void ShowRatingBanner(int a1, std::string a2, std::string a3) = 0;
+    virtual void ShowNosignalBanner(int a1, std::string a2) = 0;
+    virtual void ShowPVRInfo(int a1, std::string a2) = 0;
+    virtual void ShowSleepTimerPopup(int a1) = 0;
+    virtual void ShowAutoPowerOffPopup(int a1) = 0;
+    virtual void ShowFanErrorPopup(int a1) = 0;
+    virtual void ShowProjectorHsmErrorPopup(int a1) = 0;
+    virtual void ShowQdDisplayNoti(int a1, std::string a2) = 0;
+    virtual void ShowPellwinBrightnessReducePopup(int a1) = 0;
+    virtual void ShowHotelNoChannelPopup(int a1) = 0;
+    virtual void ShowHospitalNoChannelPopup(int a1) = 0;
+    virtual void ShowInsufficientMemoryPopup(int a1) = 0;
+    virtual void ShowSignZoomSetup(int a1) = 0;
+    virtual void ShowReturnPrevChannelPopup(int a1) = 0;
+    virtual void ShowNoSignalPowerOffTimerPopup(int a1) = 0;
+    virtual void ShowKeyGuideBanner(int a1, int a2) = 0;
+    virtual void ShowGameModeBanner(int a1, bool a2) = 0;
+    virtual void ShowOCLViewForMLED(int a1, std::string a2) = 0;
+    virtual void SendCommand(std::string a1, std::string a2) = 0;
+    virtual void EnableBanner(std::string a1, std::string a2) = 0;
+    virtual void DisableBanner(std::string a1, std::string a2) = 0;
+    virtual void SendInitCommand(std::string a1) = 0;
+    virtual void SendHideBanner(std::string a1, std::string a2) = 0;
+    virtual void SetLanguage(std::string a1) = 0;
+    virtual void PluginCmd(std::string a1, std::string a2) = 0;
+    virtual void SetTVSHint(std::string a1) = 0;
+    virtual void NotificationCommand(std::string a1, int a2) = 0;
+    virtual void TuneChannel(std::string a1, std::string a2, std::string a3, std::string a4) = 0;
+    virtual void TuneChannelMain(std::string a1, std::string a2) = 0;
+    virtual void TuneChannelMajor(int a1, int a2, std::string a3) = 0;
+    virtual void TuneChannelPip(std::string a1, std::string a2) = 0;
+    virtual void SvcIdTune(std::string a1, std::string a2, std::string a3, std::string a4) = 0;
+    virtual void ShowLoading(std::string a1) = 0;
+    virtual void SendDiscreteCommand(std::string a1, std::string a2) = 0;
+    virtual void SendAutoRemoconKey(std::string a1, std::string a2, std::string a3, std::string a4,
+                                    std::string a5) = 0;
+    virtual void SendStorageCommand(std::string a1) = 0;
+    virtual void SetHbbTVState(std::string a1) = 0;
+    virtual void VoiceAppRequestTune(std::string a1) = 0;
+    virtual void ExitTTX(std::string a1) = 0;
+    virtual int CheckStateForVistane(int& out1) = 0;
+
+    const std::string& GetSender() const { return sender_; }
+    const std::string& GetInstance() const { return instance_; }
+
+    /// Stores the connection's callback port (an rpc_port_h); the stub calls it.
+    void SetPort(void* port) { port_ = port; }
+
+    /// Asks rpc-port to end the connection. Known trap, kept for those who rely on it: success is
+    /// logged as a failure and keeps the port; only a failure clears it.
+    void Disconnect();
+
+   protected:
+    /// Starts the service's worker; throws std::system_error when no thread can be had.
+    ServiceBase(std::string sender, std::string instance);
+
+   private:
+    std::string sender_;
+    std::string instance_;
+    void* port_ = nullptr;
+    std::unique_ptr<ActiveObject> active_object_;
+  };
+
+  /// Something a client asked to be called back about. No method of the interface takes one yet.
+  class KAVREL_EXPORT CallbackBase {
+   public:
+    CallbackBase(int id, bool once);
+    virtual ~CallbackBase();
+
+    int GetId() const { return id_; }
+    int GetSeqId() const { return seq_id_; }
+    bool IsOnce() const { return once_; }
+    /// "<id>::<seq id>"
+    std::string GetTag() const;
+
+   private:
+    friend KAVREL_EXPORT void* operator<<(void* parcel, const CallbackBase& callback);
+    friend KAVREL_EXPORT void* operator>>(void* parcel, CallbackBase& callback);
+
+    static std::atomic<int> seq_num_;
+
+    int id_;
+    int seq_id_;
+    bool once_;
+  };
+
+  /// Makes the stub; throws InvalidIOException. Nobody can connect before Listen().
+  KavrelAppApi();
+  KavrelAppApi(const KavrelAppApi&) = delete;
+  KavrelAppApi& operator=(const KavrelAppApi&) = delete;
+  /// Tells every remaining service that its client is gone, then closes the port. May run inside an
+  /// operation or inside OnClientDisconnected().
+  ~KavrelAppApi();
+
+  /// Begins to serve, with `factory` in place of any earlier one. Throws InvalidIOException when
+  /// the port's name is refused (-22) or taken (-5); any other failure is only logged.
+  void Listen(std::shared_ptr<ServiceBase::Factory> factory);
+
+ private:
+  static void OnConnectedCB(const char* sender, const char* instance, void* user_data);
+  static void OnDisconnectedCB(const char* sender, const char* instance, void* user_data);
+  static int OnReceivedCB(const char* sender, const char* instance, void* port, void* user_data);
+
+  std::shared_ptr<ServiceBase> FindService(const std::string& instance) const;
+
+  void* stub_ = nullptr;
+  std::shared_ptr<ServiceBase::Factory> factory_;
+  std::list<std::shared_ptr<ServiceBase>> services_;
+};
+
+/// The callback header in a parcel (an rpc_port_parcel_h): int32 id, int32 seq id, bool once.
+KAVREL_EXPORT void* operator<<(void* parcel, const KavrelAppApi::CallbackBase& callback);
+KAVREL_EXPORT void* operator>>(void* parcel, KavrelAppApi::CallbackBase& callback);
+
+/// A string list in a parcel: array count, then one string an element. Reading replaces the list; a
+/// malformed list leaves it with what could be read.
+KAVREL_EXPORT void* operator<<(void* parcel, const std::vector<std::string>& strings);
+KAVREL_EXPORT void* operator>>(void* parcel, std::vector<std::string>& strings);
+
+}  // namespace stub
+}  // namespace KavrelAppApiStub
+}  // namespace rpc_port
