@@ -3,30 +3,29 @@
 #include <string_view>
 
 #include "PropertyAccess.h"
+#include "RatingLock.h"
 
 using kavrel::Here;
 using kavrel::kLogError;
-using kavrel::kLogInfo;
+using kavrel::state::AssignRatingLockedInfo;
+using kavrel::state::ConvertRatingLockedValueToInt;
 using kavrel::state::GetVconfStrKey;
+using kavrel::state::kLogTag;
 using kavrel::state::LogStart;
 using kavrel::state::StoredText;
 using kavrel::state::Unwatch;
 using kavrel::state::Watch;
 namespace properties = kavrel::state::properties;
 
-#define LOG_TAG "kavrel-api"
+namespace kavrel::state {
 
-namespace {
-
-// Only "locked" locks; any other text, "unlocked" or not, does not.
 bool ConvertRatingLockedValueToInt(char* locked_state) {
   const bool locked = std::string_view(locked_state) == "locked";
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "lockedState: %s, retVal: %d(bool).\n", locked_state,
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "lockedState: %s, retVal: %d(bool).\n", locked_state,
              static_cast<int>(locked));
   return locked;
 }
 
-// Handed over at registration, where it is accepted and not used: watchers get the text.
 void AssignRatingLockedInfo(keynode_t* node, valuenode_s& info) {
   char* const text = vconf_keynode_get_str(node);
   if (text == nullptr) return;
@@ -34,13 +33,13 @@ void AssignRatingLockedInfo(keynode_t* node, valuenode_s& info) {
   info.value.boolValue = static_cast<int>(ConvertRatingLockedValueToInt(text));
 }
 
-}  // namespace
+}  // namespace kavrel::state
 
 int kavrel_get_rating_locked(bool* value) {
   LogStart(Here());
   const StoredText text(GetVconfStrKey(properties::rating_locked.key));
   if (text == nullptr || *text == '\0') {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "value is NULL\n");
+    KAVREL_LOG(kLogError, kLogTag, Here(), "value is NULL\n");
     return -1;
   }
   *value = ConvertRatingLockedValueToInt(text.get());

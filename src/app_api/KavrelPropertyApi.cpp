@@ -3,27 +3,19 @@
 #include "PropertyAccess.h"
 
 using kavrel::Here;
-using kavrel::kLogError;
 using kavrel::state::Get;
 using kavrel::state::GetStatus;
-using kavrel::state::LogStart;
 using kavrel::state::Set;
-using kavrel::state::SetVconfStrKey;
 using kavrel::state::Unwatch;
 using kavrel::state::Watch;
 namespace properties = kavrel::state::properties;
 
-int kavrel_set_more_key_option_type(const char* value) {
-  LogStart(Here());
-  if (value == nullptr) {
-    KAVREL_LOG(kLogError, "kavrel-api", Here(), "set value is NULL\n");
-    return -1;
-  }
-  return SetVconfStrKey(properties::more_key_option_type.key, value);
-}
-
 int kavrel_get_more_key_option_type(void) {
   return GetStatus(Here(), properties::more_key_option_type);
+}
+
+int kavrel_set_more_key_option_type(const char* value) {
+  return Set(Here(), properties::more_key_option_type, value);
 }
 
 int kavrel_get_visible_video_banners(void) {

@@ -1,7 +1,6 @@
 #include "KavrelVconfInternal.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <list>
@@ -11,8 +10,6 @@
 #include <utility>
 
 #include "../common/log.h"
-
-#define LOG_TAG "kavrel-api"
 
 namespace kavrel::state {
 namespace {
@@ -29,48 +26,47 @@ const void* AddressOf(kavrel_value_changed_cb callback) {
 // --- Typed access
 
 char* GetVconfStrKey(const char* key) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "start\n");
   if (key == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "vconfKey is NULL\n");
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "Assertion failed\n");
+    KAVREL_LOG(kLogError, kLogTag, Here(), "vconfKey is NULL\n");
+    KAVREL_LOG(kLogError, kLogTag, Here(), "Assertion failed\n");
     return nullptr;
   }
-  char* const stored = vconf_get_str(key);
-  if (stored == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "fail to get %s\n", key);
+  const StoredText stored(vconf_get_str(key));
+  char* const copy = stored != nullptr ? strdup(stored.get()) : nullptr;
+  if (copy == nullptr) {
+    KAVREL_LOG(kLogError, kLogTag, Here(), "fail to get %s\n", key);
     return nullptr;
   }
-  char* const copy = strdup(stored);
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "key: %s, value: %s\n", key, stored);
-  std::free(stored);
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "key: %s, value: %s\n", key, copy);
   return copy;
 }
 
 namespace {
 
 int GetNumber(SourceLine where, int (*read)(const char*, int*), const char* key, int* value) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, where, "start\n");
   if (key == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "Assertion failed\n");
+    KAVREL_LOG(kLogError, kLogTag, where, "Assertion failed\n");
     return kFailed;
   }
   if (read(key, value) != 0) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "fail to get vconf key [%s]\n", key);
+    KAVREL_LOG(kLogError, kLogTag, where, "fail to get vconf key [%s]\n", key);
     return kFailed;
   }
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "key: %s, value: %d\n", key, *value);
+  KAVREL_LOG(kLogInfo, kLogTag, where, "key: %s, value: %d\n", key, *value);
   return 0;
 }
 
 int SetNumber(SourceLine where, int (*write)(const char*, int), const char* key, int value) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, where, "start\n");
   if (key == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "Assertion failed\n");
+    KAVREL_LOG(kLogError, kLogTag, where, "Assertion failed\n");
     return kFailed;
   }
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "key: %s, value: %d\n", key, value);
+  KAVREL_LOG(kLogInfo, kLogTag, where, "key: %s, value: %d\n", key, value);
   if (write(key, value) != 0) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "fail to set vconf key\n");
+    KAVREL_LOG(kLogError, kLogTag, where, "fail to set vconf key\n");
     return kFailed;
   }
   return 0;
@@ -87,14 +83,14 @@ int GetVconfIntKey(const char* key, int* value) {
 }
 
 int SetVconfStrKey(const char* key, const char* value) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "start\n");
   if (key == nullptr || value == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "Assertion failed\n");
+    KAVREL_LOG(kLogError, kLogTag, Here(), "Assertion failed\n");
     return kFailed;
   }
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "key: %s, value: %s\n", key, value);
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "key: %s, value: %s\n", key, value);
   if (vconf_set_str(key, value) != 0) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "vconf_set_str fail\n");
+    KAVREL_LOG(kLogError, kLogTag, Here(), "vconf_set_str fail\n");
     return kFailed;
   }
   return 0;
@@ -180,60 +176,59 @@ class CallbackList {
 // Shared with deliveries in progress: a callback may remove the key whose list is being walked.
 using Registry = std::map<std::string, std::shared_ptr<CallbackList>, std::less<>>;
 
-Registry& TheRegistry() {
-  static Registry registry;
-  return registry;
-}
+// Made when the library is loaded, so that it outlives the static objects of the programs that link
+// it: their destructors may still unregister.
+Registry the_registry;
 
-int RegisterFirst(SourceLine where, Registry& registry, std::string key, KavrelValueCbNode_s node) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "vconf cb has not been registered\n");
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "register vconf cb of kavrel\n");
+int RegisterFirst(SourceLine where, std::string key, KavrelValueCbNode_s node) {
+  KAVREL_LOG(kLogInfo, kLogTag, where, "vconf cb has not been registered\n");
+  KAVREL_LOG(kLogInfo, kLogTag, where, "register vconf cb of kavrel\n");
   // Entered before the store is asked: nothing that can throw may follow a notification installed.
   auto list = std::make_shared<CallbackList>();
   list->Append(node);
-  const auto entry = registry.emplace(std::move(key), std::move(list)).first;
+  const auto entry = the_registry.emplace(std::move(key), std::move(list)).first;
   if (vconf_notify_key_changed(entry->first.c_str(), &KavrelVconfCb, node.userData) != 0) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "failed to register callback\n");
-    registry.erase(entry);
+    KAVREL_LOG(kLogError, kLogTag, where, "failed to register callback\n");
+    the_registry.erase(entry);
     return kFailed;
   }
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "callback registered (%p)\n", AddressOf(node.valueCb));
+  KAVREL_LOG(kLogInfo, kLogTag, where, "callback registered (%p)\n", AddressOf(node.valueCb));
   return 0;
 }
 
 int RegisterFurther(SourceLine where, CallbackList& list, KavrelValueCbNode_s node) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "check if the value cb has been registered already\n");
+  KAVREL_LOG(kLogInfo, kLogTag, where, "check if the value cb has been registered already\n");
   if (list.Find(node.valueCb) != nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "already registered cb (%p)\n", AddressOf(node.valueCb));
+    KAVREL_LOG(kLogError, kLogTag, where, "already registered cb (%p)\n", AddressOf(node.valueCb));
     return kFailed;
   }
   list.Append(node);
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "callback registered (%p)\n", AddressOf(node.valueCb));
+  KAVREL_LOG(kLogInfo, kLogTag, where, "callback registered (%p)\n", AddressOf(node.valueCb));
   return 0;
 }
 
 // The key goes also when the store refuses to take the notification away.
-void StopWatching(SourceLine where, Registry& registry, Registry::iterator entry) {
+void StopWatching(SourceLine where, Registry::iterator entry) {
   const char* key = entry->first.c_str();
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "unregister vconf cb for (%s)\n", key);
+  KAVREL_LOG(kLogInfo, kLogTag, where, "unregister vconf cb for (%s)\n", key);
   if (vconf_ignore_key_changed(key, &KavrelVconfCb) != 0) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "failed to unregister cb\n");
+    KAVREL_LOG(kLogError, kLogTag, where, "failed to unregister cb\n");
   }
-  registry.erase(entry);
+  the_registry.erase(entry);
 }
 
 void DeliverTo(SourceLine where, const KavrelValueCbNode_s& entry, keynode_t* node,
                valuenode_s& record, void* user_data) {
   if (entry.assignCb == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "Assertion failed\n");
+    KAVREL_LOG(kLogError, kLogTag, where, "Assertion failed\n");
     return;
   }
   entry.assignCb(node, record);
   if (entry.valueCb == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, where, "Assertion failed\n");
+    KAVREL_LOG(kLogError, kLogTag, where, "Assertion failed\n");
     return;
   }
-  KAVREL_LOG(kLogInfo, LOG_TAG, where, "process valueCb: %p\n", AddressOf(entry.valueCb));
+  KAVREL_LOG(kLogInfo, kLogTag, where, "process valueCb: %p\n", AddressOf(entry.valueCb));
   entry.valueCb(&record, user_data);
 }
 
@@ -241,57 +236,54 @@ void DeliverTo(SourceLine where, const KavrelValueCbNode_s& entry, keynode_t* no
 
 int KavrelRegisterValueCb(std::string key, kavrel_value_changed_cb value_cb, AssignCb /*assign_cb*/,
                           void* user_data) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "start\n");
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "key: [%s]\n", key.c_str());
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "key: [%s]\n", key.c_str());
   if (value_cb == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "callback function is NULL\n");
+    KAVREL_LOG(kLogError, kLogTag, Here(), "callback function is NULL\n");
     return kFailed;
   }
   const KavrelValueCbNode_s node{value_cb, &AssignNodeInfo, user_data};
-  Registry& registry = TheRegistry();
-  const auto found = registry.find(key);
-  if (found == registry.end()) return RegisterFirst(Here(), registry, std::move(key), node);
+  const auto found = the_registry.find(key);
+  if (found == the_registry.end()) return RegisterFirst(Here(), std::move(key), node);
   return RegisterFurther(Here(), *found->second, node);
 }
 
 int KavrelUnregisterValueCb(std::string key, kavrel_value_changed_cb value_cb) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "start\n");
   if (value_cb == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "callback function is NULL\n");
+    KAVREL_LOG(kLogError, kLogTag, Here(), "callback function is NULL\n");
     return kFailed;
   }
-  Registry& registry = TheRegistry();
-  const auto found = registry.find(key);
-  if (found == registry.end()) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "callback list is not initialized yet\n");
+  const auto found = the_registry.find(key);
+  if (found == the_registry.end()) {
+    KAVREL_LOG(kLogError, kLogTag, Here(), "callback list is not initialized yet\n");
     return 0;
   }
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "value cb for (%s) has been registered\n", key.c_str());
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "value cb for (%s) has been registered\n", key.c_str());
   CallbackList& list = *found->second;
   KavrelValueCbNode_s* const node = list.Find(value_cb);
   if (node == nullptr) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "cb (%p) is not registered \n", AddressOf(value_cb));
+    KAVREL_LOG(kLogError, kLogTag, Here(), "cb (%p) is not registered \n", AddressOf(value_cb));
     return kFailed;
   }
   list.Remove(*node);
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "cb for kavrel unregistered (%p)\n", AddressOf(value_cb));
-  if (list.CountLive() == 0) StopWatching(Here(), registry, found);
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "cb for kavrel unregistered (%p)\n", AddressOf(value_cb));
+  if (list.CountLive() == 0) StopWatching(Here(), found);
   return 0;
 }
 
-void KavrelVconfCb(keynode_t* node, void* user_data) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "start\n");
+void KavrelVconfCb(keynode_t* node, void* user_data) noexcept {
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "start\n");
   const char* const name = vconf_keynode_get_name(node);
   const std::string_view key = name != nullptr ? name : "";
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "keyName: %s\n", key.data());
-  const Registry& registry = TheRegistry();
-  const auto found = registry.find(key);
-  if (found == registry.end()) {
-    KAVREL_LOG(kLogError, LOG_TAG, Here(), "value cb has not been registered. nothing to call\n");
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "keyName: %s\n", key.data());
+  const auto found = the_registry.find(key);
+  if (found == the_registry.end()) {
+    KAVREL_LOG(kLogError, kLogTag, Here(), "value cb has not been registered. nothing to call\n");
     return;
   }
   const std::shared_ptr<CallbackList> list = found->second;
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(),
+  KAVREL_LOG(kLogInfo, kLogTag, Here(),
              "value cb has been registered. Number of callbacks: [%zu]\n", list->CountLive());
   constexpr SourceLine where = Here();
   valuenode_s record{};
@@ -300,7 +292,7 @@ void KavrelVconfCb(keynode_t* node, void* user_data) {
 }
 
 void AssignNodeInfo(keynode_t* node, valuenode_s& info) {
-  KAVREL_LOG(kLogInfo, LOG_TAG, Here(), "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, Here(), "start\n");
   switch (vconf_keynode_get_type(node)) {
     case VCONF_TYPE_STRING:
       info.type = KAVREL_VALUE_STRING;

@@ -6,8 +6,6 @@
 
 #include <kavrel/state_properties.h>
 
-#include <cstdlib>
-#include <memory>
 #include <string>
 
 #include "../common/log.h"
@@ -15,51 +13,61 @@
 
 namespace kavrel::state {
 
-struct FreeStoredText {
-  void operator()(char* text) const { std::free(text); }
-};
-using StoredText = std::unique_ptr<char, FreeStoredText>;
+template <class P>
+concept IsNumber = P::kType == PropertyType::Int || P::kType == PropertyType::Bool;
+template <class P>
+concept IsText = P::kType == PropertyType::String;
+template <class P>
+concept HasSetter = P::kWritable;
+template <class P>
+concept CanBeWatched = P::kWatchable;
 
 inline void LogStart(SourceLine where) {
-  KAVREL_LOG(kLogInfo, "kavrel-api", where, "start\n");
+  KAVREL_LOG(kLogInfo, kLogTag, where, "start\n");
 }
 
-template <class P>
+template <IsNumber P>
 int Get(SourceLine where, const P& property, int* value) {
-  static_assert(P::kType == PropertyType::Int || P::kType == PropertyType::Bool);
   LogStart(where);
   constexpr auto kRead = P::kType == PropertyType::Int ? &GetVconfIntKey : &GetVconfBoolKey;
   return kRead(property.key, value);
 }
 
 /// Only whether the text is there: the state API never hands it out.
-template <class P>
+template <IsText P>
 int GetStatus(SourceLine where, const P& property) {
-  static_assert(P::kType == PropertyType::String);
   LogStart(where);
   return StoredText(GetVconfStrKey(property.key)) != nullptr ? 0 : -1;
 }
 
-template <class P>
+template <IsNumber P>
+requires HasSetter<P>
 int Set(SourceLine where, const P& property, int value) {
-  static_assert(P::kWritable, "this property has no setter");
-  static_assert(P::kType == PropertyType::Int || P::kType == PropertyType::Bool);
   LogStart(where);
   constexpr auto kWrite = P::kType == PropertyType::Int ? &SetVconfIntKey : &SetVconfBoolKey;
   return kWrite(property.key, value);
 }
 
-template <class P>
+template <IsText P>
+requires HasSetter<P>
+int Set(SourceLine where, const P& property, const char* value) {
+  LogStart(where);
+  if (value == nullptr) {
+    KAVREL_LOG(kLogError, kLogTag, where, "set value is NULL\n");
+    return -1;
+  }
+  return SetVconfStrKey(property.key, value);
+}
+
+template <CanBeWatched P>
 int Watch(SourceLine where, const P& property, kavrel_value_changed_cb callback, void* user_data,
           AssignCb assign = &AssignNodeInfo) {
-  static_assert(P::kWatchable, "this property cannot be watched");
   LogStart(where);
   return KavrelRegisterValueCb(std::string(property.key), callback, assign, user_data);
 }
 
-template <class P>
+template <CanBeWatched P>
 int Unwatch(SourceLine where, const P& property, kavrel_value_changed_cb callback) {
-  static_assert(P::kWatchable, "this property cannot be watched");
   LogStart(where);
   return KavrelUnregisterValueCb(std::string(property.key), callback);
 }
