@@ -1,0 +1,149 @@
+#include "connection.h"
+
+#include <cerrno>
+
+#include "guard.h"
+#include "log.h"
+
+namespace kavrel_rpc {
+
+Connection::Connection(ConnectionOwner& owner, Poller& poller, std::string sender,
+                       std::string instance, Credentials client, OwnedFd main,
+                       std::int64_t partial_timeout_ms)
+    : owner_(owner),
+      poller_(poller),
+      sender_(std::move(sender)),
+      instance_(std::move(instance)),
+      client_(client),
+      partial_timeout_ms_(partial_timeout_ms),
+      link_(std::make_shared<Link>(std::move(main), OwnedFd())),
+      main_port_(link_, ServicePort::Kind::kMain, poller, main_watch_, *this),
+      callback_port_(link_, ServicePort::Kind::kCallback, poller, callback_watch_, *this) {}
+
+Connection::~Connection() {
+  Retire();
+}
+
+Port& Connection::port(rpc_port_port_type_e type) {
+  return type == RPC_PORT_PORT_MAIN ? main_port_ : callback_port_;
+}
+
+bool Connection::AwaitCallback() {
+  poller_.SetDeadline(main_watch_, NowMs() + kHandshakeTimeoutMs);
+  return poller_.Add(link_->main(), EPOLLRDHUP, main_watch_);
+}
+
+void Connection::Join(OwnedFd callback) {
+  link_->SetCallback(std::move(callback));
+  is_joined_ = true;
+  poller_.SetDeadline(main_watch_, kNever);
+}
+
+bool Connection::Serve() {
+  poller_.Modify(link_->main(), EPOLLIN, main_watch_);
+  return poller_.Add(link_->callback(), EPOLLIN, callback_watch_);
+}
+
+void Connection::Drop(const char* reason) {
+  if (!link_->End()) return;
+  RPC_LOG_ERROR("dropped: %s, the connection %s of \"%s\" (user %ld, pid %ld)", reason,
+                instance_.c_str(), sender_.c_str(), static_cast<long>(client_.uid),
+                static_cast<long>(client_.pid));
+}
+
+void Connection::Retire() {
+  if (std::exchange(is_retired_, true)) return;
+  poller_.Remove(link_->main(), main_watch_);
+  poller_.Remove(link_->callback(), callback_watch_);
+  main_port_.Retire();
+  callback_port_.Retire();
+}
+
+void Connection::MainWatch::OnReady(std::uint32_t events) {
+  const auto self = connection_.shared_from_this();
+  if (!RunGuarded("reading a request", [&] { self->OnMainReady(events); })) self->Drop("fault");
+}
+
+void Connection::MainWatch::OnPending() {
+  OnReady(EPOLLIN);
+}
+
+void Connection::MainWatch::OnDeadline() {
+  connection_.shared_from_this()->OnDeadline();
+}
+
+void Connection::CallbackWatch::OnReady(std::uint32_t events) {
+  connection_.shared_from_this()->OnCallbackReady(events);
+}
+
+void Connection::OnDeadline() {
+  Drop(is_joined_ ? "has sent half a parcel for too long" : "has not finished its handshake");
+  End();
+}
+
+void Connection::OnMainReady(std::uint32_t events) {
+  if (!is_joined_) return End();
+  if ((events & EPOLLOUT) != 0) main_port_.Flush();
+  if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0) Read();
+}
+
+// Clients send nothing on the callback socket: it is readable when they have gone. What they sent
+// before on the main socket is still delivered, then that one ends too.
+void Connection::OnCallbackReady(std::uint32_t events) {
+  if ((events & EPOLLOUT) != 0) callback_port_.Flush();
+  if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) == 0) return;
+  std::uint8_t byte = 0;
+  const ssize_t received = ReceiveBytes(link_->callback(), {&byte, 1}, MSG_DONTWAIT);
+  if (received == -EAGAIN) return;
+  if (received > 0 || received == -EBADMSG) Drop("sends on its callback port");
+  poller_.Remove(link_->callback(), callback_watch_);
+  link_->ShutDown();
+}
+
+void Connection::Read() {
+  if (HasEnded()) return End();
+  ssize_t result = 0;
+  if (!intake_.HasNext()) {
+    result = intake_.Receive(link_->main(), owner_.PassingBuffer(), MSG_DONTWAIT);
+    if (result == -EBADMSG) Drop("sends descriptors");
+    if (result <= 0 && result != -EAGAIN) return End();
+  }
+  const bool has_progressed = DeliverRequests();
+  if (is_retired_) return;
+  intake_.Settle();
+  if (HasEnded()) return End();
+  MindPartialRequest(has_progressed);
+}
+
+// False when no whole request was there.
+bool Connection::DeliverRequests() {
+  Bytes frame;
+  for (int count = 0; count < kMaxRequestsInARow && !HasEnded(); ++count) {
+    const Intake::Next next = intake_.Take(frame);
+    if (next == Intake::Next::kNothing) return count > 0;
+    if (next == Intake::Next::kFault) {
+      Drop(intake_.fault());
+      return true;
+    }
+    owner_.OnRequest(*this, frame);
+  }
+  return true;
+}
+
+void Connection::MindPartialRequest(bool has_progressed) {
+  if (intake_.HasNext()) {
+    poller_.MakePending(main_watch_);
+    poller_.SetDeadline(main_watch_, kNever);
+  } else if (intake_.empty()) {
+    poller_.SetDeadline(main_watch_, kNever);
+  } else if (has_progressed || !poller_.HasDeadline(main_watch_)) {
+    poller_.SetDeadline(main_watch_, NowMs() + partial_timeout_ms_);
+  }
+}
+
+void Connection::End() {
+  intake_.Discard();
+  owner_.OnEnd(*this);
+}
+
+}  // namespace kavrel_rpc
