@@ -1,0 +1,180 @@
+#include "control.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <vector>
+
+namespace kavrel_vconf {
+namespace {
+
+constexpr std::uint64_t kMagic = 0x766e6f63666b7601;  // says "vconfk", and the byte order
+// Processes of another word size or C library lay the page out differently: they must not mix.
+constexpr std::uint32_t kFormat = 1 + (sizeof(void*) << 8) + (sizeof(pthread_mutex_t) << 16);
+constexpr long kLockTimeoutSeconds = 10;
+
+std::array<char, 48> BootId() {
+  std::array<char, 48> id{};
+  kavrel_platform::UniqueFd file(::open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
+  if (file && ::read(file.get(), id.data(), id.size() - 1) < 0) id.fill(0);
+  return id;
+}
+
+bool HasPageSize(int fd) {
+  struct stat status {};
+  return ::fstat(fd, &status) == 0 && status.st_size == sizeof(ControlPage);
+}
+
+bool IsControlPage(const ControlPage& page) {
+  return page.magic == kMagic && page.format == kFormat && page.size == sizeof(ControlPage);
+}
+
+// Only the head and the counter are looked at, in a copy: the atomics of a copy mean nothing.
+struct Head {
+  std::uint64_t magic = 0;
+  std::uint32_t format = 0;
+  std::uint32_t size = 0;
+  std::array<char, 48> boot_id{};
+};
+static_assert(offsetof(ControlPage, boot_id) == offsetof(Head, boot_id));
+
+bool ReadHead(int fd, Head* head) {
+  if (!HasPageSize(fd)) return false;
+  if (::pread(fd, head, sizeof *head, 0) != static_cast<ssize_t>(sizeof *head)) return false;
+  return head->magic == kMagic && head->format == kFormat && head->size == sizeof(ControlPage);
+}
+
+// Reads one member of a valid page; 0 from any other file.
+template <typename Number>
+Number ReadMember(int fd, std::size_t offset) {
+  Head head;
+  Number number = 0;
+  const bool read =
+      ReadHead(fd, &head) && ::pread(fd, &number, sizeof number, static_cast<off_t>(offset)) ==
+                                 static_cast<ssize_t>(sizeof number);
+  return read ? number : 0;
+}
+
+// A hole in the file could only be filled when it is first written through the map, and on a full
+// disk that is a SIGBUS: write it all now, when a failure is still an error code.
+int FillWithZeros(int fd) {
+  if (::ftruncate(fd, sizeof(ControlPage)) != 0) return -errno;
+  const std::vector<char> zeros(sizeof(ControlPage));
+  const ssize_t written = ::pwrite(fd, zeros.data(), zeros.size(), 0);
+  if (written < 0) return -errno;
+  return written == static_cast<ssize_t>(zeros.size()) ? 0 : -ENOSPC;
+}
+
+int InitialiseLock(pthread_mutex_t* lock) {
+  pthread_mutexattr_t attributes;
+  if (int error = ::pthread_mutexattr_init(&attributes); error != 0) return -error;
+  ::pthread_mutexattr_setpshared(&attributes, PTHREAD_PROCESS_SHARED);
+  ::pthread_mutexattr_setrobust(&attributes, PTHREAD_MUTEX_ROBUST);
+  const int error = ::pthread_mutex_init(lock, &attributes);
+  ::pthread_mutexattr_destroy(&attributes);
+  return -error;
+}
+
+ControlPage* Map(int fd) {
+  void* address = ::mmap(nullptr, sizeof(ControlPage), PROT_READ | PROT_WRITE, MAP_SHARED, fd, 0);
+  return address == MAP_FAILED ? nullptr : static_cast<ControlPage*>(address);
+}
+
+}  // namespace
+
+ControlState InspectControl(int fd) {
+  Head head;
+  if (!ReadHead(fd, &head)) return ControlState::kInvalid;
+  if (ReadMember<std::uint32_t>(fd, offsetof(ControlPage, retired)) != 0) {
+    return ControlState::kRetired;
+  }
+  return head.boot_id == BootId() ? ControlState::kValid : ControlState::kOtherBoot;
+}
+
+int InitialiseControl(int fd) {
+  const std::uint64_t sequence = ReadMember<std::uint64_t>(fd, offsetof(ControlPage, sequence)) + 1;
+  if (int error = FillWithZeros(fd); error != 0) return error;
+  ControlPage* page = Map(fd);
+  if (page == nullptr) return -errno;
+  for (auto& word : page->words) word.store(2 * sequence, std::memory_order_relaxed);
+  page->sequence.store(sequence, std::memory_order_relaxed);
+  page->format = kFormat;
+  page->size = sizeof(ControlPage);
+  page->boot_id = BootId();
+  const int error = InitialiseLock(&page->writer_lock);
+  std::atomic_thread_fence(std::memory_order_release);
+  page->magic = kMagic;
+  ::munmap(page, sizeof(ControlPage));
+  return error;
+}
+
+ControlPage* MapControl(int fd) {
+  if (!HasPageSize(fd)) {
+    errno = EPROTO;
+    return nullptr;
+  }
+  ControlPage* page = Map(fd);
+  if (page == nullptr || IsControlPage(*page)) return page;
+  ::munmap(page, sizeof(ControlPage));
+  errno = EPROTO;
+  return nullptr;
+}
+
+void RetireControl(ControlPage* page) {
+  page->retired.store(1, std::memory_order_release);
+  for (auto& word : page->words) word.fetch_or(1, std::memory_order_relaxed);
+}
+
+WriterLock::~WriterLock() {
+  if (held_) ::pthread_mutex_unlock(&page_->writer_lock);
+}
+
+int WriterLock::Take() {
+  int error = ::pthread_mutex_trylock(&page_->writer_lock);
+  if (error == EBUSY) {
+    // The monotonic clock: televisions set the other one when they first see a broadcast.
+    timespec deadline{};
+    ::clock_gettime(CLOCK_MONOTONIC, &deadline);
+    deadline.tv_sec += kLockTimeoutSeconds;
+    error = ::pthread_mutex_clocklock(&page_->writer_lock, CLOCK_MONOTONIC, &deadline);
+  }
+  if (error == EOWNERDEAD) error = ::pthread_mutex_consistent(&page_->writer_lock);
+  held_ = error == 0;
+  return -error;
+}
+
+// The stores below are seen in this order even when the process is killed between any two: the
+// number of the word before the word itself is odd, the word odd before the commit.
+ChangeMark::ChangeMark(ControlPage* page, std::uint64_t hash)
+    : page_(page),
+      word_(page->WordOf(hash)),
+      sequence_(page->sequence.load(std::memory_order_relaxed) + 1) {
+  page_->sequence.store(sequence_, std::memory_order_release);
+  const auto number = static_cast<std::uint32_t>(hash % ControlPage::kWords);
+  page_->in_flight.store(number + 1, std::memory_order_release);
+  word_.store(2 * sequence_ + 1, std::memory_order_release);
+  std::atomic_thread_fence(std::memory_order_seq_cst);
+}
+
+ChangeMark::~ChangeMark() {
+  word_.store(2 * sequence_, std::memory_order_release);
+  page_->in_flight.store(0, std::memory_order_release);
+}
+
+bool ChangeMark::SettleForDeadWriter(ControlPage* page) {
+  const std::uint32_t number = page->in_flight.load(std::memory_order_acquire);
+  if (number == 0 || number > ControlPage::kWords) return false;
+  const std::uint64_t sequence = page->sequence.load(std::memory_order_relaxed) + 1;
+  page->sequence.store(sequence, std::memory_order_release);
+  page->words[number - 1].store(2 * sequence, std::memory_order_release);
+  page->in_flight.store(0, std::memory_order_release);
+  return true;
+}
+
+}  // namespace kavrel_vconf

@@ -1,0 +1,83 @@
+// Deliveries to one main context: sleeps until a store changes, then calls whoever registered for
+// what has changed.
+//
+// A change is found by comparing the key's word in the control page with the word of the last look,
+// never by the wake-up itself: wake-ups may be late, doubled or merged, and still every watcher
+// ends with the last value. Before sleeping a watcher takes a ticket and looks once more; a writer
+// that sees a ticket newer than the last wake-up touches the wake file, and inotify wakes everybody
+// at once. A watcher that is stopped has one pending event, however much happens.
+//
+// A watcher that finds many changes at a time is being outrun: it then looks again after a few
+// milliseconds instead of being woken for each change, which is all that fast writers notice of
+// any number of watchers.
+#pragma once
+
+#include <glib.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include "inotify.h"
+#include "registry.h"
+
+namespace kavrel_vconf {
+
+/// Made and changed on any thread under the registry's mutex; delivers on the context's thread.
+class Watcher : public std::enable_shared_from_this<Watcher> {
+ public:
+  Watcher(Service* service, std::mutex* mutex) : service_(service), mutex_(mutex) {}
+  ~Watcher();
+  Watcher(const Watcher&) = delete;
+  Watcher& operator=(const Watcher&) = delete;
+
+  /// The functions below are called with the registry's mutex held.
+  void Attach(GMainContext* context);
+  void Detach();
+  /// Begins to watch the key's store. 0 or a negative errno value.
+  int Prepare(const Key& key);
+  void Add(const Key& key, std::shared_ptr<Registration> registration);
+  bool Remove(const Key& key, vconf_callback_fn callback);
+  bool Has(const Key& key, vconf_callback_fn callback) const;
+  bool IsEmpty() const { return keys_->empty(); }
+
+  /// Called by the main context, without the mutex.
+  void Dispatch();
+  void AbandonInForkedChild();
+  /// Whether this process is a fork of the one that registered.
+  bool IsInherited() const;
+
+ private:
+  using Keys = std::vector<std::shared_ptr<WatchedKey>>;
+
+  /// One of the two stores as this watcher sees it.
+  struct Watched {
+    ControlPage* control = nullptr;  // null: not watched, or nothing can change
+    bool in_use = false;
+    std::uint64_t ticket = 0;
+    std::uint64_t seen_sequence = 0;
+    std::int64_t pause_us = 0;  // how long to look away; 0: sleep until woken
+  };
+
+  Watched& WatchedOf(Family family) { return watched_[family == Family::kMemory ? 0 : 1]; }
+  int Begin(Family family);
+  void FollowReplacedStores(bool files_changed);
+  void Deliver(const std::shared_ptr<WatchedKey>& key);
+  bool HasChanged(const WatchedKey& key);
+  void NoteSpeed(Watched* watched);
+  void PlanNextLook();
+  void Sleep(Watched* watched);
+  std::shared_ptr<WatchedKey> Find(const Key& key) const;
+
+  Service* const service_;
+  std::mutex* const mutex_;
+  GSource* source_ = nullptr;
+  Inotify inotify_;
+  bool polling_ = false;  // the kernel has no file watch left
+  std::array<Watched, 2> watched_;
+  std::shared_ptr<const Keys> keys_ = std::make_shared<const Keys>();
+};
+
+}  // namespace kavrel_vconf
