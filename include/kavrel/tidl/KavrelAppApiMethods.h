@@ -130,9 +130,8 @@ constexpr ItemType ItemTypeOf() {
   } else if constexpr (std::is_same_v<Value, std::string>) {
     return ItemType::String;
   } else {
-    static_assert(
-        std::is_same_v<Value, Strings>,
-        "not an item type: add it to ItemType here and to src/app_api/tidl/ParcelItems.h");
+    static_assert(std::is_same_v<Value, Strings>,
+                  "not an item type: add it to ItemType here and to src/app_api/tidl/Parcel.h");
     return ItemType::StringList;
   }
 }

@@ -21,7 +21,8 @@
  * long operation delays every client.
  *
  * An exception that leaves an operation is not caught by the stub: what follows is up to the
- * rpc-port service that delivered the request (the bundled one logs it and serves on).
+ * rpc-port service that delivered the request (the bundled one logs it, drops that client and
+ * serves on).
  */
 #pragma once
 
