@@ -1,0 +1,4 @@
+// The record's header is exported to plug-in writers; sources of the library find it here.
+#pragma once
+
+#include <kavrel/Message.h>
