@@ -17,7 +17,8 @@ function(kavrel_platform_library service)
     set_target_properties(${service} PROPERTIES LINK_OPTIONS "")
   endif()
   set_target_properties(${service} PROPERTIES SOVERSION 0 VERSION 0.1.0)
-  install(TARGETS ${service} LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  # In the library's export set: who links the library finds the services that it needs.
+  install(TARGETS ${service} EXPORT KavrelApiTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
           COMPONENT platform NAMELINK_COMPONENT platform-development)
   install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT platform-development)
   kavrel_platform_pkgconfig(${service})
