@@ -39,9 +39,11 @@ void Connection::Join(OwnedFd callback) {
   poller_.SetDeadline(main_watch_, kNever);
 }
 
-bool Connection::Serve() {
-  poller_.Modify(link_->main(), EPOLLIN, main_watch_);
-  return poller_.Add(link_->callback(), EPOLLIN, callback_watch_);
+// The callback socket is not watched for input: clients send nothing there, and when one goes away
+// its main socket tells.
+void Connection::Serve() {
+  poller_.SetInput(EPOLLIN, main_watch_);
+  poller_.Add(link_->callback(), 0, callback_watch_);
 }
 
 void Connection::Drop(const char* reason) {
@@ -53,10 +55,11 @@ void Connection::Drop(const char* reason) {
 
 void Connection::Retire() {
   if (std::exchange(is_retired_, true)) return;
-  poller_.Remove(link_->main(), main_watch_);
-  poller_.Remove(link_->callback(), callback_watch_);
+  // The ports first: a send that is inside may still enter its socket in the poller.
   main_port_.Retire();
   callback_port_.Retire();
+  poller_.Remove(main_watch_);
+  poller_.Remove(callback_watch_);
 }
 
 void Connection::MainWatch::OnReady(std::uint32_t events) {
@@ -72,8 +75,8 @@ void Connection::MainWatch::OnDeadline() {
   connection_.shared_from_this()->OnDeadline();
 }
 
-void Connection::CallbackWatch::OnReady(std::uint32_t events) {
-  connection_.shared_from_this()->OnCallbackReady(events);
+void Connection::CallbackWatch::OnReady(std::uint32_t) {
+  connection_.shared_from_this()->callback_port_.Flush();
 }
 
 void Connection::OnDeadline() {
@@ -87,19 +90,6 @@ void Connection::OnMainReady(std::uint32_t events) {
   if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) != 0) Read();
 }
 
-// Clients send nothing on the callback socket: it is readable when they have gone. What they sent
-// before on the main socket is still delivered, then that one ends too.
-void Connection::OnCallbackReady(std::uint32_t events) {
-  if ((events & EPOLLOUT) != 0) callback_port_.Flush();
-  if ((events & ~static_cast<std::uint32_t>(EPOLLOUT)) == 0) return;
-  std::uint8_t byte = 0;
-  const ssize_t received = ReceiveBytes(link_->callback(), {&byte, 1}, MSG_DONTWAIT);
-  if (received == -EAGAIN) return;
-  if (received > 0 || received == -EBADMSG) Drop("sends on its callback port");
-  poller_.Remove(link_->callback(), callback_watch_);
-  link_->ShutDown();
-}
-
 void Connection::Read() {
   if (HasEnded()) return End();
   ssize_t result = 0;
@@ -107,6 +97,7 @@ void Connection::Read() {
     result = intake_.Receive(link_->main(), owner_.PassingBuffer(), MSG_DONTWAIT);
     if (result == -EBADMSG) Drop("sends descriptors");
     if (result <= 0 && result != -EAGAIN) return End();
+    poller_.NoteBusy(main_watch_);
   }
   const bool has_progressed = DeliverRequests();
   if (is_retired_) return;

@@ -52,7 +52,7 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   bool AwaitCallback();
   void Join(OwnedFd callback);
   /// From now on requests are read.
-  bool Serve();
+  void Serve();
 
   void Drop(const char* reason) override;
   /// Takes the connection out of the poller and closes its ports.
@@ -79,7 +79,6 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   };
 
   void OnMainReady(std::uint32_t events);
-  void OnCallbackReady(std::uint32_t events);
   void OnDeadline();
   void Read();
   bool DeliverRequests();

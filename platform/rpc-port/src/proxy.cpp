@@ -99,12 +99,11 @@ int Proxy::Abandon(int code) {
 }
 
 void Proxy::WatchHandshake() {
-  source_ = std::make_unique<EventSource>(context_, handshake_->fd(), "rpc-port connect",
-                                          [weak = weak_from_this()] {
+  source_ = std::make_unique<EventSource>(context_, "rpc-port connect", handshake_->fd(),
+                                          handshake_->retry_at(), [weak = weak_from_this()] {
                                             const auto proxy = weak.lock();
                                             return proxy != nullptr && proxy->OnHandshakeEvent();
                                           });
-  source_->WakeAt(handshake_->retry_at());
 }
 
 bool Proxy::OnHandshakeEvent() {
@@ -166,7 +165,7 @@ void Proxy::Adopt(ClientHandshake& handshake) {
   ports_.push_back(std::move(callback));
   state_ = State::kConnected;
   callback_intake_.Discard();
-  source_ = std::make_unique<EventSource>(context_, link_->callback(), "rpc-port proxy",
+  source_ = std::make_unique<EventSource>(context_, "rpc-port proxy", link_->callback(), kNever,
                                           [weak = weak_from_this()] {
                                             const auto proxy = weak.lock();
                                             return proxy != nullptr && proxy->OnCallbackPortEvent();

@@ -73,12 +73,13 @@ int Reception::Listen(const std::string& app_id, const std::string& port_name) {
 }
 
 void Reception::Close() {
-  poller_.Remove(listener_.fd(), listener_watch_);
+  poller_.Remove(listener_watch_);
   listener_ = {};
   while (!guests_.empty()) Dismiss(guests_.front(), nullptr);
 }
 
 void Reception::AcceptSome() {
+  poller_.NoteBusy(listener_watch_);
   for (int i = 0; i < kAcceptsInARow; ++i) {
     if (!IsListening() || !AcceptOne()) return;
   }
@@ -103,14 +104,14 @@ void Reception::PauseAccepting(int error) {
   }
   has_reported_pause_ = true;
   is_paused_ = true;
-  poller_.Modify(listener_.fd(), 0, listener_watch_);
+  poller_.SetInput(0, listener_watch_);
   poller_.SetDeadline(listener_watch_, NowMs() + kAcceptRetryMs);
 }
 
 void Reception::ResumeAccepting() {
   is_paused_ = false;
   poller_.SetDeadline(listener_watch_, kNever);
-  poller_.Modify(listener_.fd(), EPOLLIN, listener_watch_);
+  poller_.SetInput(EPOLLIN, listener_watch_);
 }
 
 void Reception::OnDescriptorsFreed() {
@@ -150,7 +151,7 @@ void Reception::Read(Guest& guest) {
 void Reception::Admit(Guest& guest) {
   const Hello hello = guest.hello().message();
   const Credentials client = guest.client();
-  poller_.Remove(guest.fd(), guest);
+  poller_.Remove(guest);
   OwnedFd socket = guest.TakeSocket();
   guests_.erase(guest.position);
   const std::string text(hello.text.Get());
@@ -167,7 +168,7 @@ void Reception::Dismiss(Guest& guest, const char* reason) {
     RPC_LOG_ERROR("dropped: %s, a client of user %ld (pid %ld)", reason,
                   static_cast<long>(guest.client().uid), static_cast<long>(guest.client().pid));
   }
-  poller_.Remove(guest.fd(), guest);
+  poller_.Remove(guest);
   guests_.erase(guest.position);
 }
 

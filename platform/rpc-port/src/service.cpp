@@ -60,11 +60,13 @@ int Service::Listen() {
   if (reception_.IsListening()) return 0;
   if (const int result = reception_.Listen(app_id_, port_name_); result != 0) return result;
   RaiseDescriptorLimit(limits_.connections);
-  source_ = std::make_unique<EventSource>(context_, poller_.fd(), "rpc-port stub",
+  // Events wait for the mutex, so none comes before the poller knows its source.
+  source_ = std::make_unique<EventSource>(context_, "rpc-port stub", poller_.fd(), kNever,
                                           [weak = weak_from_this()] {
                                             const auto service = weak.lock();
                                             return service != nullptr && service->OnEvent();
                                           });
+  poller_.SetSource(source_.get());
   return 0;
 }
 
@@ -73,9 +75,7 @@ bool Service::OnEvent() {
   const std::lock_guard lock(event_mutex_);
   if (is_destroyed_) return false;
   poller_.Turn();
-  if (is_destroyed_) return false;
-  source_->WakeAt(poller_.NextTurn());
-  return true;
+  return !is_destroyed_;
 }
 
 std::shared_ptr<Connection> Service::Find(std::string_view instance) {
@@ -144,7 +144,7 @@ void Service::OnCallbackSocket(const std::string& instance, Credentials client, 
     return !is_destroyed_;
   });
   if (is_destroyed_) return;
-  if (!connection->Serve()) connection->Drop("cannot be watched");
+  connection->Serve();
   // Only now: the client's first request finds a service that knows the connection.
   SendGreeting(fd, Answer::Make(0, {}));
 }
@@ -192,14 +192,14 @@ void Service::Destroy() {
   const std::lock_guard lock(event_mutex_);
   is_destroyed_ = true;
   poller_.Stop();
-  source_.reset();
-  reception_.Close();
   Connections connections;
   {
     const std::lock_guard table_lock(table_mutex_);
     connections.swap(connections_);
   }
   for (const auto& [instance, connection] : connections) connection->Retire();
+  reception_.Close();
+  source_.reset();
 }
 
 }  // namespace kavrel_rpc

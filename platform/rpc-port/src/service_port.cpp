@@ -47,12 +47,8 @@ int ServicePort::Keep(Bytes bytes) {
   }
   const bool was_empty = outbox_.empty();
   outbox_.insert(outbox_.end(), bytes.begin(), bytes.end());
-  if (was_empty) WatchForRoom(true);
+  if (was_empty) poller_.AwaitRoom(true, watch_);
   return 0;
-}
-
-void ServicePort::WatchForRoom(bool wanted) {
-  poller_.Modify(socket(), wanted ? EPOLLIN | EPOLLOUT : EPOLLIN, watch_);
 }
 
 void ServicePort::Flush() {
@@ -64,7 +60,7 @@ void ServicePort::Flush() {
   if (is_done || sent == -EPIPE) {
     outbox_ = {};
     outbox_sent_ = 0;
-    WatchForRoom(false);
+    poller_.AwaitRoom(false, watch_);
   } else if (outbox_sent_ > kMaxOutboxSize / 2) {
     outbox_.erase(outbox_.begin(), outbox_.begin() + static_cast<std::ptrdiff_t>(outbox_sent_));
     outbox_sent_ = 0;

@@ -35,7 +35,6 @@ class ServicePort : public EventPort {
   void Release() override;
 
   int Keep(Bytes bytes);
-  void WatchForRoom(bool wanted);
 
   const Kind kind_;
   Poller& poller_;
