@@ -19,19 +19,26 @@ Texts& TheTexts() {
   return texts;
 }
 
-void Forget(const void* memory) {
-  Texts& texts = TheTexts();
-  const std::lock_guard lock(texts.mutex);
-  texts.out.erase(memory);
+// The list's own memory comes back here in a program that replaces operator delete.
+thread_local bool changing_the_list = false;
+
+template <class Change>
+void ChangeList(const Change& change) {
+  if (changing_the_list) return;
+  changing_the_list = true;
+  {
+    Texts& texts = TheTexts();
+    const std::lock_guard lock(texts.mutex);
+    change(texts.out);
+  }
+  changing_the_list = false;
 }
 
 }  // namespace
 
 char* HandOutText(const std::string& text) {
   char* const copy = ::strdup(text.c_str());
-  Texts& texts = TheTexts();
-  const std::lock_guard lock(texts.mutex);
-  texts.out.insert(copy);
+  ChangeList([copy](auto& out) { out.insert(copy); });
   return copy;
 }
 
@@ -49,7 +56,7 @@ void __real_free(void* memory);
 void __wrap_free(void* memory);
 
 void __wrap_free(void* memory) {
-  kavrel_test::Forget(memory);
+  kavrel_test::ChangeList([memory](auto& out) { out.erase(memory); });
   __real_free(memory);
 }
 }

@@ -1,0 +1,55 @@
+#include "failing_allocations.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace kavrel_test {
+namespace {
+
+struct Plan {
+  bool armed = false;
+  int failing = 0;  // which one fails
+  int count = 0;
+};
+
+thread_local Plan the_plan;
+
+bool ThisOneFails() {
+  if (!the_plan.armed || FakeAtWork::Any()) return false;
+  return ++the_plan.count == the_plan.failing;
+}
+
+}  // namespace
+
+FailingAllocation::FailingAllocation(int nth) {
+  the_plan = {true, nth, 0};
+}
+
+FailingAllocation::~FailingAllocation() {
+  the_plan.armed = false;
+}
+
+bool FailingAllocation::has_failed() const {
+  return the_plan.failing != 0 && the_plan.count >= the_plan.failing;
+}
+
+int FailingAllocation::count() const {
+  return the_plan.count;
+}
+
+}  // namespace kavrel_test
+
+void* operator new(std::size_t size) {
+  if (kavrel_test::ThisOneFails()) throw std::bad_alloc();
+  void* const memory = std::malloc(size > 0 ? size : 1);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+void operator delete(void* memory) noexcept {
+  std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+  std::free(memory);
+}
