@@ -1,18 +1,20 @@
-# Kavrel::Efl: Elementary with the parts of EFL below it. Debian's pkg-config files name include
-# directories that do not exist, which CMake's own imported targets refuse; those are left out.
+# EFL as targets Efl::<package>, from pkg-config's plain variables: Debian's files name an include
+# directory that does not exist, which an imported target of pkg_check_modules turns into an error.
 
-pkg_check_modules(EFL REQUIRED elementary ecore-evas)
-
-set(efl_includes)
-foreach(directory IN LISTS EFL_INCLUDE_DIRS)
-  if(IS_DIRECTORY "${directory}")
-    list(APPEND efl_includes "${directory}")
+# kavrel_efl_target(<package>): Efl::<package>, for example Efl::elementary.
+function(kavrel_efl_target package)
+  if(TARGET Efl::${package})
+    return()
   endif()
-endforeach()
-
-add_library(kavrel_efl INTERFACE)
-add_library(Kavrel::Efl ALIAS kavrel_efl)
-# As system headers: they do not pass this project's warnings.
-target_include_directories(kavrel_efl SYSTEM INTERFACE ${efl_includes})
-target_link_libraries(kavrel_efl INTERFACE elementary ecore_evas ecore_input ecore evas eo eina)
-target_link_options(kavrel_efl INTERFACE -Wl,--as-needed)
+  pkg_check_modules(EFL_${package} REQUIRED ${package})
+  set(directories "")
+  foreach(directory IN LISTS EFL_${package}_INCLUDE_DIRS)
+    if(IS_DIRECTORY ${directory})
+      list(APPEND directories ${directory})
+    endif()
+  endforeach()
+  add_library(Efl::${package} INTERFACE IMPORTED GLOBAL)
+  target_include_directories(Efl::${package} SYSTEM INTERFACE ${directories})
+  target_link_directories(Efl::${package} INTERFACE ${EFL_${package}_LIBRARY_DIRS})
+  target_link_libraries(Efl::${package} INTERFACE ${EFL_${package}_LIBRARIES})
+endfunction()
