@@ -213,6 +213,11 @@ rpc_port_h FakeRpcPort::callback_port() const {
   return proxy_ != nullptr && proxy_->main != nullptr ? proxy_->main->other : nullptr;
 }
 
+void* FakeRpcPort::ProxyUserData() const {
+  const std::lock_guard lock(mutex_);
+  return proxy_->connected.at(0).user_data;
+}
+
 // Events run without the lock: what they call comes back in.
 void FakeRpcPort::RaiseConnected() {
   std::unique_lock lock(mutex_);

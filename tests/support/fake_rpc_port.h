@@ -127,6 +127,8 @@ class FakeRpcPort {
   rpc_port_proxy_h proxy() const;
   rpc_port_h main_port() const;
   rpc_port_h callback_port() const;
+  /// What its connected event was registered with.
+  void* ProxyUserData() const;
 
   void RaiseConnected();
   /// The ports stay valid handles; their use fails with -32.

@@ -172,7 +172,7 @@ void KavrelAppApi::ProcessReceivedEvent(rpc_port_parcel_h parcel) {
 
 // --- One call: request, send, result
 
-KavrelAppApi::Request KavrelAppApi::BeginRequest(SourceLine where, int method_id) {
+KavrelAppApi::Request KavrelAppApi::BeginRequest(SourceLine where) {
   if (port_ == nullptr) {
     KAVREL_LOG(kLogError, LOG_TAG, where, "Not connected");
     throw NotConnectedSocketException();
@@ -187,7 +187,6 @@ KavrelAppApi::Request KavrelAppApi::BeginRequest(SourceLine where, int method_id
   rpc_port_parcel_header_get_seq_num(header, &request.sequence);
   KAVREL_LOG(kLogWarning, LOG_TAG, where, "[Version] \"%s\", [Sequence] %d", kInterfaceVersion,
              request.sequence);
-  WriteItem(request.parcel.get(), method_id);
   return request;
 }
 
@@ -282,17 +281,18 @@ R KavrelAppApi::CallAs(SourceLine where, int method_id, R (* /*signature*/)(P...
                        std::remove_reference_t<P>&... arguments) {
   // Declared first so that the parcels are gone before the next call may send.
   std::unique_lock<std::recursive_mutex> lock(lock_, std::defer_lock);
-  Request request = BeginRequest(where, method_id);
-  if (!(WriteArgument<P>(request.parcel.get(), arguments) && ...)) {
+  Request request = BeginRequest(where);
+  const rpc_port_parcel_h parcel = request.parcel.get();
+  if (!WriteItem(parcel, method_id) || !(WriteArgument<P>(parcel, arguments) && ...)) {
     KAVREL_LOG(kLogError, LOG_TAG, where, "Failed to write parcel");
     throw InvalidIOException();
   }
   lock.lock();
   Send(where, request);
   if constexpr (!std::is_void_v<R>) {
-    const Parcel parcel = AwaitResult(where, request);
+    const Parcel result = AwaitResult(where, request);
     ResultFields<R, P...> fields;
-    if (!fields.ReadFrom(parcel.get())) {
+    if (!fields.ReadFrom(result.get())) {
       KAVREL_LOG(kLogError, LOG_TAG, where, "Invalid protocol");
       throw InvalidProtocolException();
     }

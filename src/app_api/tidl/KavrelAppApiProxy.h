@@ -182,7 +182,7 @@ class KavrelAppApi {
   template <class R, class... P>
   R CallAs(kavrel::SourceLine where, int method_id, R (*signature)(P...),
            std::remove_reference_t<P>&... arguments);
-  Request BeginRequest(kavrel::SourceLine where, int method_id);
+  Request BeginRequest(kavrel::SourceLine where);
   void Send(kavrel::SourceLine where, const Request& request);
   kavrel::app_api::Parcel AwaitResult(kavrel::SourceLine where, Request& request);
   static bool Answers(kavrel::SourceLine where, const kavrel::app_api::Parcel& result,
