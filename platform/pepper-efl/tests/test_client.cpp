@@ -1,10 +1,12 @@
 #include "test_client.h"
 
 #include <sys/mman.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 #include <utility>
 
 #include "test_host.h"
@@ -25,22 +27,20 @@ TestClient::TestClient(const char* socket) : display_(wl_display_connect(socket)
 
 TestClient::~TestClient() {
   Die();
+  if (display_ == nullptr) return;
+  for (void* proxy : std::initializer_list<void*>{compositor, subcompositor, shm, seat, wm_base,
+                                                  data_device_manager, output, registry_}) {
+    if (proxy != nullptr) wl_proxy_destroy(static_cast<wl_proxy*>(proxy));
+  }
+  wl_display_disconnect(display_);
 }
 
-// Proxies of the connection are dead memory afterwards; the structs of the test that own some know
-// by connected().
 void TestClient::Die() {
   StopReading();
   if (idle_enterer_ != nullptr) ecore_idle_enterer_del(std::exchange(idle_enterer_, nullptr));
   if (display_ == nullptr) return;
-  for (wl_proxy* proxy :
-       {reinterpret_cast<wl_proxy*>(compositor), reinterpret_cast<wl_proxy*>(subcompositor),
-        reinterpret_cast<wl_proxy*>(shm), reinterpret_cast<wl_proxy*>(seat),
-        reinterpret_cast<wl_proxy*>(wm_base), reinterpret_cast<wl_proxy*>(data_device_manager),
-        reinterpret_cast<wl_proxy*>(output), reinterpret_cast<wl_proxy*>(registry_)}) {
-    if (proxy != nullptr) wl_proxy_destroy(proxy);
-  }
-  wl_display_disconnect(std::exchange(display_, nullptr));
+  Flush();
+  ::shutdown(wl_display_get_fd(display_), SHUT_RDWR);
 }
 
 void TestClient::StopReading() {
@@ -133,13 +133,8 @@ TestBuffer::TestBuffer(TestClient& client_, int width_, int height_, std::uint32
 }
 
 TestBuffer::~TestBuffer() {
-  if (client.connected()) {
-    wl_buffer_destroy(buffer);
-    wl_shm_pool_destroy(pool);
-  } else {
-    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(buffer));
-    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(pool));
-  }
+  wl_buffer_destroy(buffer);
+  wl_shm_pool_destroy(pool);
   ::munmap(pixels, bytes);
 }
 
@@ -155,11 +150,7 @@ TestSurface::TestSurface(TestClient& client_)
     : client(client_), surface(wl_compositor_create_surface(client.compositor)) {}
 
 TestSurface::~TestSurface() {
-  if (client.connected()) {
-    wl_surface_destroy(surface);
-  } else {
-    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(surface));
-  }
+  wl_surface_destroy(surface);
 }
 
 void TestSurface::Show(TestBuffer& buffer) {
@@ -216,13 +207,8 @@ TestWindow::TestWindow(TestClient& client_, const char* title, const char* app_i
 }
 
 TestWindow::~TestWindow() {
-  if (client.connected()) {
-    xdg_toplevel_destroy(toplevel);
-    xdg_surface_destroy(xdg);
-  } else {
-    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(toplevel));
-    wl_proxy_destroy(reinterpret_cast<wl_proxy*>(xdg));
-  }
+  xdg_toplevel_destroy(toplevel);
+  xdg_surface_destroy(xdg);
 }
 
 bool TestWindow::AwaitConfigure() {
