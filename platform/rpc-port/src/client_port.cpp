@@ -93,50 +93,62 @@ int ClientMainPort::GiveUpSending(bool is_partly_sent) {
   return -ETIMEDOUT;
 }
 
-bool ClientMainPort::IsOverdue(std::int64_t now) const {
-  return now >= deadline_.load(std::memory_order_relaxed);
-}
-
 int ClientMainPort::Overdue() {
   deadline_.store(0, std::memory_order_relaxed);
   return -ETIMEDOUT;
 }
 
-int ClientMainPort::DoReceive(Parcel** parcel) {
+int ClientMainPort::Receive(Parcel** parcel) {
+  const Use use(*this);
+  if (!use.IsAllowed()) return -EPIPE;
   const std::lock_guard lock(receive_mutex_);
-  if (deadline_.load(std::memory_order_relaxed) == 0) {
-    deadline_.store(DeadlineAfter(timeout_ms_), std::memory_order_relaxed);
+  const std::int64_t now = NowMs();
+  std::int64_t deadline = deadline_.load(std::memory_order_relaxed);
+  if (deadline == 0) {
+    deadline = timeout_ms_ == 0 ? kNever : now + timeout_ms_;
+    deadline_.store(deadline, std::memory_order_relaxed);
   }
   // Parcels that are no answer must not keep a call going for ever, so even one that is here
   // already is not given after the deadline, unless nobody has looked since the send.
-  const bool is_first = is_unread_.exchange(false, std::memory_order_relaxed);
-  if (!is_first && IsOverdue(NowMs())) return Overdue();
+  if (!is_unread_.load(std::memory_order_relaxed)) {
+    if (now >= deadline) return Overdue();
+  } else {
+    is_unread_.store(false, std::memory_order_relaxed);
+  }
+  // The socket's own bound is good for one wait that begins now.
+  bool may_block = deadline == kNever || deadline - now >= timeout_ms_ - kToleranceMs;
   for (;;) {
-    Bytes frame;
-    const Intake::Next next = intake_.Take(frame);
-    if (next == Intake::Next::kFault) {
-      RPC_LOG_ERROR("a service sent %s: connection ended", intake_.fault());
-      link().End();
-      return -EBADMSG;
-    }
-    if (next == Intake::Next::kFrame) {
-      Parcel* received = Parcel::FromFrame(frame);
-      intake_.Settle();
-      if (received == nullptr) return -ENOMEM;
-      *parcel = received;
-      return 0;
-    }
-    intake_.Settle();
-    if (const int result = ReceiveMore(); result != 0) return result;
+    const int taken = TakeParcel(parcel);
+    if (taken != -EAGAIN) return taken;
+    if (const int result = ReceiveMore(deadline, may_block); result != 0) return result;
+    may_block = false;
   }
 }
 
-int ClientMainPort::ReceiveMore() {
+// -EAGAIN when no whole parcel is here.
+int ClientMainPort::TakeParcel(Parcel** parcel) {
+  if (intake_.empty()) return -EAGAIN;
+  Bytes frame;
+  const Intake::Next next = intake_.Take(frame);
+  if (next == Intake::Next::kNothing) {
+    intake_.Settle();
+    return -EAGAIN;
+  }
+  if (next == Intake::Next::kFault) {
+    RPC_LOG_ERROR("a service sent %s: connection ended", intake_.fault());
+    link().End();
+    return -EBADMSG;
+  }
+  Parcel* received = Parcel::FromFrame(frame);
+  intake_.Settle();
+  if (received == nullptr) return -ENOMEM;
+  *parcel = received;
+  return 0;
+}
+
+int ClientMainPort::ReceiveMore(std::int64_t deadline, bool may_block) {
   if (passing_ == nullptr) passing_ = std::make_unique<std::array<std::uint8_t, 4096>>();
-  const std::int64_t deadline = deadline_.load(std::memory_order_relaxed);
-  const bool kernel_bounds_it =
-      deadline == kNever || deadline - NowMs() >= timeout_ms_ - kToleranceMs;
-  ssize_t result = intake_.Receive(link().main(), *passing_, kernel_bounds_it ? 0 : MSG_DONTWAIT);
+  ssize_t result = intake_.Receive(link().main(), *passing_, may_block ? 0 : MSG_DONTWAIT);
   while (IsTransient(result)) {
     if (!WaitFor(link().main(), POLLIN, deadline)) return Overdue();
     result = intake_.Receive(link().main(), *passing_, MSG_DONTWAIT);

@@ -17,15 +17,16 @@ class ClientMainPort : public Port {
   /// The main socket must block; `timeout_ms` 0: no bound.
   ClientMainPort(std::shared_ptr<Link> link, std::int64_t timeout_ms);
 
+  int Receive(Parcel** parcel) override;
+
  private:
   int DoSend(Bytes frame) override;
-  int DoReceive(Parcel** parcel) override;
   void Release() override;
 
   int SendSlowly(Bytes frame, ssize_t first_result, std::int64_t deadline);
   int GiveUpSending(bool is_partly_sent);
-  int ReceiveMore();
-  bool IsOverdue(std::int64_t now) const;
+  int TakeParcel(Parcel** parcel);
+  int ReceiveMore(std::int64_t deadline, bool may_block);
   int Overdue();
   int EndOfStream(ssize_t result);
 
@@ -40,7 +41,7 @@ class ClientMainPort : public Port {
   std::atomic<bool> is_unread_{false};
 
   std::mutex receive_mutex_;
-  Intake intake_;
+  Intake intake_{Intake::Descriptors::kIgnore};
   std::unique_ptr<std::array<std::uint8_t, 4096>> passing_;
 };
 

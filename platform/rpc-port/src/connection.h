@@ -96,7 +96,7 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   CallbackWatch callback_watch_{*this};
   ServicePort main_port_;
   ServicePort callback_port_;
-  Intake intake_;
+  Intake intake_{Intake::Descriptors::kRefuse};
   bool is_joined_ = false;
   bool is_retired_ = false;
 };

@@ -64,15 +64,4 @@ const char* FindFault(Bytes frame) {
   return nullptr;
 }
 
-std::size_t ItemSize(Bytes frame, std::size_t offset) {
-  switch (frame[offset]) {
-    case kBool:
-      return kBoolItemSize;
-    case kString:
-      return kStringPrefixSize + Load<std::uint32_t>(frame.data() + offset + kTypeSize);
-    default:
-      return kNumberItemSize;
-  }
-}
-
 }  // namespace kavrel_rpc::frame

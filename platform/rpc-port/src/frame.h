@@ -51,8 +51,5 @@ bool IsSizeAllowed(std::size_t size);
 /// well-formed, so that readers need no further checks.
 const char* FindFault(Bytes frame);
 
-/// The size of the whole item at `offset` of a frame without fault.
-std::size_t ItemSize(Bytes frame, std::size_t offset);
-
 }  // namespace frame
 }  // namespace kavrel_rpc

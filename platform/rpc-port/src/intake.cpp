@@ -12,6 +12,12 @@ namespace {
 
 constexpr std::size_t kKeptCapacity = 4096;
 
+// A receive that does not wait is not interrupted either.
+ssize_t Result(ssize_t received, int flags) {
+  if (received >= 0) return received;
+  return errno == EINTR && (flags & MSG_DONTWAIT) != 0 ? -EAGAIN : -errno;
+}
+
 }  // namespace
 
 ssize_t ReceiveBytes(int socket, std::span<std::uint8_t> into, int flags) {
@@ -21,11 +27,14 @@ ssize_t ReceiveBytes(int socket, std::span<std::uint8_t> into, int flags) {
   struct msghdr message {};
   message.msg_iov = &piece;
   message.msg_iovlen = 1;
-  for (;;) {
-    const ssize_t received = ::recvmsg(socket, &message, flags | MSG_CMSG_CLOEXEC);
-    if (received >= 0) return (message.msg_flags & MSG_CTRUNC) != 0 ? -EBADMSG : received;
-    if (errno != EINTR || (flags & MSG_DONTWAIT) == 0) return -errno;
-  }
+  const ssize_t received = ::recvmsg(socket, &message, flags | MSG_CMSG_CLOEXEC);
+  if (received >= 0 && (message.msg_flags & MSG_CTRUNC) != 0) return -EBADMSG;
+  return Result(received, flags);
+}
+
+ssize_t Intake::ReceiveInto(int socket, std::span<std::uint8_t> room, int flags) const {
+  if (descriptors_ == Descriptors::kRefuse) return ReceiveBytes(socket, room, flags);
+  return Result(::recv(socket, room.data(), room.size(), flags), flags);
 }
 
 std::span<std::uint8_t> Intake::MakeRoom(std::size_t passing_size) {
@@ -40,14 +49,14 @@ std::span<std::uint8_t> Intake::MakeRoom(std::size_t passing_size) {
 ssize_t Intake::Receive(int socket, std::span<std::uint8_t> passing, int flags) {
   const std::size_t kept = unread_.size();
   if (kept > passing.size() / 2) {
-    const ssize_t received = ReceiveBytes(socket, MakeRoom(passing.size()), flags);
+    const ssize_t received = ReceiveInto(socket, MakeRoom(passing.size()), flags);
     own_.resize(kept + static_cast<std::size_t>(std::max<ssize_t>(received, 0)));
     unread_ = own_;
     return received;
   }
   if (kept != 0) std::memmove(passing.data(), unread_.data(), kept);
   is_passing_ = true;
-  const ssize_t received = ReceiveBytes(socket, passing.subspan(kept), flags);
+  const ssize_t received = ReceiveInto(socket, passing.subspan(kept), flags);
   unread_ = passing.first(kept + static_cast<std::size_t>(std::max<ssize_t>(received, 0)));
   return received;
 }
@@ -59,12 +68,13 @@ bool Intake::HasNext() const {
 }
 
 Intake::Next Intake::Take(Bytes& frame) {
-  if (!HasNext()) return Next::kNothing;
+  if (unread_.size() < sizeof(std::uint32_t)) return Next::kNothing;
   const std::size_t size = frame::StatedSize(unread_);
   if (!frame::IsSizeAllowed(size)) {
     fault_ = "a parcel of a size that is not allowed";
     return Next::kFault;
   }
+  if (unread_.size() < size) return Next::kNothing;
   frame = unread_.first(size);
   if (const char* fault = frame::FindFault(frame)) {
     fault_ = fault;
@@ -75,6 +85,10 @@ Intake::Next Intake::Take(Bytes& frame) {
 }
 
 void Intake::Settle() {
+  if (unread_.empty() && own_.empty()) {
+    is_passing_ = false;
+    return;
+  }
   if (is_passing_) {
     own_.assign(unread_.begin(), unread_.end());
   } else if (unread_.size() < own_.size()) {

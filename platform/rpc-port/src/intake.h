@@ -10,9 +10,9 @@
 
 namespace kavrel_rpc {
 
-/// recv(2) that outlives signals when it does not wait. Bytes received, 0 at the end, or a negative
-/// errno value; -EBADMSG when the peer sent descriptors along, which the kernel then has closed
-/// without ever entering them into this process's table.
+/// Bytes received, 0 at the end, or a negative errno value. Descriptors that a peer sends along are
+/// closed by the kernel, without ever being entered into this process's table, as no room is
+/// offered for them; -EBADMSG tells that there were some.
 ssize_t ReceiveBytes(int socket, std::span<std::uint8_t> into, int flags);
 
 /// One receive goes into a large passing buffer that its owner shares among many intakes; only what
@@ -21,6 +21,11 @@ ssize_t ReceiveBytes(int socket, std::span<std::uint8_t> into, int flags);
 class Intake {
  public:
   enum class Next { kFrame, kNothing, kFault };
+  /// Whether sending descriptors is an error. Not to ask spares the reader of a peer that it trusts
+  /// a fifteenth of a call.
+  enum class Descriptors { kRefuse, kIgnore };
+
+  explicit Intake(Descriptors descriptors) : descriptors_(descriptors) {}
 
   /// Receives once into `passing` behind what is left over. Result as ReceiveBytes.
   ssize_t Receive(int socket, std::span<std::uint8_t> passing, int flags);
@@ -40,7 +45,9 @@ class Intake {
 
  private:
   std::span<std::uint8_t> MakeRoom(std::size_t passing_size);
+  ssize_t ReceiveInto(int socket, std::span<std::uint8_t> room, int flags) const;
 
+  const Descriptors descriptors_;
   std::vector<std::uint8_t> own_;
   Bytes unread_;
   bool is_passing_ = false;  // unread_ lies in the passing buffer

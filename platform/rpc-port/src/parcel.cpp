@@ -57,11 +57,11 @@ void Parcel::SetSize(std::size_t size) {
   frame::Store(data_ + frame::kSizeOffset, static_cast<std::uint32_t>(size));
 }
 
-int Parcel::Reserve(std::size_t more) {
+// Never beyond the size of the largest frame, so that what fits needs no other check.
+int Parcel::Grow(std::size_t more) {
   if (more > kMaxFrameSize - size_) return Fail(-EMSGSIZE);
   const std::size_t needed = size_ + more;
-  if (needed <= capacity_) return 0;
-  const std::size_t capacity = std::max(needed, 2 * capacity_);
+  const std::size_t capacity = std::min(std::max(needed, 2 * capacity_), kMaxFrameSize);
   void* old = data_ == inline_ ? nullptr : data_;
   auto* grown = static_cast<std::uint8_t*>(std::realloc(old, capacity));
   if (grown == nullptr) return Fail(-ENOMEM);
@@ -79,8 +79,9 @@ int Parcel::SetTag(const char* tag) {
   if (new_size > old_size) {
     if (const int result = Reserve(new_size - old_size); result != 0) return result;
   }
-  const std::size_t items = size_ - frame::kTagOffset - old_size;
-  std::memmove(data_ + frame::kTagOffset + new_size, data_ + frame::kTagOffset + old_size, items);
+  if (const std::size_t items = size_ - frame::kTagOffset - old_size; items != 0) {
+    std::memmove(data_ + frame::kTagOffset + new_size, data_ + frame::kTagOffset + old_size, items);
+  }
   if (new_size != 0) std::memcpy(data_ + frame::kTagOffset, tag, new_size);
   frame::Store(data_ + frame::kTagSizeOffset, static_cast<std::uint16_t>(new_size));
   cursor_ = cursor_ + new_size - old_size;
@@ -129,23 +130,23 @@ int Parcel::CheckNext(frame::Item type) const {
 int Parcel::ReadNumber(frame::Item type, std::int32_t* value) {
   if (const int result = CheckNext(type); result != 0) return result;
   *value = frame::Load<std::int32_t>(data_ + cursor_ + 1);
-  cursor_ += frame::ItemSize(Frame(), cursor_);
+  cursor_ += 1 + sizeof *value;
   return 0;
 }
 
 int Parcel::ReadBool(bool* value) {
   if (const int result = CheckNext(frame::kBool); result != 0) return result;
   *value = data_[cursor_ + 1] != 0;
-  cursor_ += frame::ItemSize(Frame(), cursor_);
+  cursor_ += 2;
   return 0;
 }
 
 int Parcel::ReadString(char** value) {
   if (const int result = CheckNext(frame::kString); result != 0) return result;
   const std::size_t prefix_size = 1 + sizeof(std::uint32_t);
-  const std::size_t size = frame::ItemSize(Frame(), cursor_);
-  const int result = CopyText(data_ + cursor_ + prefix_size, size - prefix_size, value);
-  if (result == 0) cursor_ += size;
+  const std::size_t text_size = frame::Load<std::uint32_t>(data_ + cursor_ + 1);
+  const int result = CopyText(data_ + cursor_ + prefix_size, text_size, value);
+  if (result == 0) cursor_ += prefix_size + text_size;
   return result;
 }
 

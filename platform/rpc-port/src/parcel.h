@@ -51,7 +51,8 @@ class Parcel {
 
   Parcel() = default;
   std::size_t TagSize() const { return frame::Load<std::uint16_t>(data_ + frame::kTagSizeOffset); }
-  int Reserve(std::size_t more);
+  int Reserve(std::size_t more) { return more <= capacity_ - size_ ? 0 : Grow(more); }
+  int Grow(std::size_t more);
   int Fail(int code);
   void SetSize(std::size_t size);
   int CheckNext(frame::Item type) const;

@@ -2,11 +2,10 @@
 
 #include <cerrno>
 #include <condition_variable>
+#include <mutex>
 
 namespace kavrel_rpc {
 namespace {
-
-constexpr unsigned kRetired = 1U << 31;
 
 // Retiring is rare, so all ports share what its waiters wait on. It is not in the port, which may
 // be freed as soon as the last call has left.
@@ -22,35 +21,16 @@ Departures& TheDepartures() {
 
 }  // namespace
 
-// Counts a call while it is inside.
-class Port::Use {
- public:
-  explicit Use(Port& port) : port_(port), allowed_((port.state_.fetch_add(1) & kRetired) == 0) {}
-  Use(const Use&) = delete;
-  Use& operator=(const Use&) = delete;
-  ~Use() {
-    if (port_.state_.fetch_sub(1) != (kRetired | 1)) return;
-    const std::lock_guard lock(TheDepartures().mutex);
-    TheDepartures().last_has_left.notify_all();
-  }
-
-  bool IsAllowed() const { return allowed_; }
-
- private:
-  Port& port_;
-  const bool allowed_;
-};
+void Port::AnnounceLastDeparture() {
+  const std::lock_guard lock(TheDepartures().mutex);
+  TheDepartures().last_has_left.notify_all();
+}
 
 int Port::Send(const Parcel& parcel) {
   const Use use(*this);
   if (!use.IsAllowed()) return -EPIPE;
   if (parcel.Fault() != 0) return parcel.Fault();
   return DoSend(parcel.Frame());
-}
-
-int Port::Receive(Parcel** parcel) {
-  const Use use(*this);
-  return use.IsAllowed() ? DoReceive(parcel) : -EPIPE;
 }
 
 int Port::Disconnect() {
@@ -70,20 +50,19 @@ void Port::Retire() {
 }
 
 void EventPort::Stage(Bytes frame) {
-  const std::lock_guard lock(mutex_);
   staged_ = frame;
+  thread_.store(::pthread_self(), std::memory_order_relaxed);
 }
 
 void EventPort::Unstage() {
-  Stage({});
+  thread_.store({}, std::memory_order_relaxed);
 }
 
-int EventPort::DoReceive(Parcel** parcel) {
-  const std::lock_guard lock(mutex_);
-  if (staged_.empty()) return -EAGAIN;
+int EventPort::Receive(Parcel** parcel) {
+  if (thread_.load(std::memory_order_relaxed) != ::pthread_self()) return -EAGAIN;
   Parcel* received = Parcel::FromFrame(staged_);
   if (received == nullptr) return -ENOMEM;
-  staged_ = {};
+  Unstage();
   *parcel = received;
   return 0;
 }

@@ -1,9 +1,10 @@
 // What a port handle names.
 #pragma once
 
+#include <pthread.h>
+
 #include <atomic>
 #include <memory>
-#include <mutex>
 
 #include "link.h"
 #include "parcel.h"
@@ -19,7 +20,7 @@ class Port : public ProcessBound {
 
   /// 0 or a negative errno value.
   int Send(const Parcel& parcel);
-  int Receive(Parcel** parcel);
+  virtual int Receive(Parcel** parcel) = 0;
   int Disconnect();
 
   /// Lets go of the connection: waits until the calls that are inside have failed, makes all later
@@ -27,34 +28,51 @@ class Port : public ProcessBound {
   void Retire();
 
  protected:
+  // Counts a call while it is inside.
+  class Use {
+   public:
+    explicit Use(Port& port) : port_(port), allowed_((port.state_.fetch_add(1) & kRetired) == 0) {}
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+    ~Use() {
+      if (port_.state_.fetch_sub(1) == (kRetired | 1)) AnnounceLastDeparture();
+    }
+    bool IsAllowed() const { return allowed_; }
+
+   private:
+    Port& port_;
+    const bool allowed_;
+  };
+
   Link& link() const { return *link_; }
 
  private:
-  class Use;
+  static constexpr unsigned kRetired = 1U << 31;
 
+  static void AnnounceLastDeparture();
   virtual int DoSend(Bytes frame) = 0;
-  virtual int DoReceive(Parcel** parcel) = 0;
   virtual void Release() {}
 
   std::shared_ptr<Link> link_;
-  // The calls that are inside, and a bit that says that no more may enter.
+  // The calls that are inside, and the bit that says that no more may enter.
   std::atomic<unsigned> state_{0};
 };
 
-/// A port whose parcels come with events: a read takes the parcel of the event being delivered.
+/// A port whose parcels come with events: a read takes the parcel of the event being delivered, on
+/// the thread that delivers it. Elsewhere and otherwise there is nothing to read.
 class EventPort : public Port {
  public:
   using Port::Port;
+
+  int Receive(Parcel** parcel) override;
 
   /// For the thread that delivers events: `frame` can be taken, once, until Unstage.
   void Stage(Bytes frame);
   void Unstage();
 
  private:
-  int DoReceive(Parcel** parcel) override;
-
-  std::mutex mutex_;
-  Bytes staged_;
+  std::atomic<pthread_t> thread_{};  // that delivers; 0: none
+  Bytes staged_;                     // for that thread
 };
 
 }  // namespace kavrel_rpc

@@ -68,7 +68,7 @@ class Proxy final : public ProcessBound, public std::enable_shared_from_this<Pro
   ClientMainPort* main_port_ = nullptr;
   ClientCallbackPort* callback_port_ = nullptr;
   std::shared_ptr<Link> link_;
-  Intake callback_intake_;
+  Intake callback_intake_{Intake::Descriptors::kIgnore};
   std::unique_ptr<ClientHandshake> handshake_;  // of a connect that does not wait
   std::unique_ptr<EventSource> source_;         // of the handshake, then of the callback port
 };

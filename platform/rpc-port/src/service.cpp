@@ -86,6 +86,11 @@ std::shared_ptr<Connection> Service::Find(std::string_view instance) {
 
 int Service::GetPort(rpc_port_port_type_e type, std::string_view instance, rpc_port_h* port) {
   if (type != RPC_PORT_PORT_MAIN && type != RPC_PORT_PORT_CALLBACK) return -EINVAL;
+  if (delivering_thread_.load(std::memory_order_relaxed) == ::pthread_self() &&
+      delivering_->instance() == instance) {
+    *port = &delivering_->port(type);
+    return 0;
+  }
   const std::lock_guard lock(table_mutex_);
   const auto found = connections_.find(instance);
   if (found == connections_.end() || !found->second->IsJoined()) return -ENOENT;
@@ -152,6 +157,8 @@ void Service::OnCallbackSocket(const std::string& instance, Credentials client, 
 void Service::OnRequest(Connection& connection, Bytes frame) {
   Port* const port = &connection.main_port();
   connection.main_port().Stage(frame);
+  delivering_ = &connection;
+  delivering_thread_.store(::pthread_self(), std::memory_order_relaxed);
   received_.Raise([&](auto callback, void* user_data) {
     const bool is_fine = RunGuarded("a received callback of a stub", [&] {
       callback(connection.sender().c_str(), connection.instance().c_str(), port, user_data);
@@ -159,6 +166,7 @@ void Service::OnRequest(Connection& connection, Bytes frame) {
     if (!is_fine) connection.Drop("its request made a callback throw");
     return !is_destroyed_ && !connection.HasEnded();
   });
+  delivering_thread_.store({}, std::memory_order_relaxed);
   connection.main_port().Unstage();
 }
 

@@ -1,8 +1,10 @@
 // The service's end: one stub, its address and its clients.
 #pragma once
 
+#include <pthread.h>
 #include <rpc-port.h>
 
+#include <atomic>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -79,6 +81,11 @@ class Service final : public ProcessBound,
 
   std::mutex table_mutex_;
   Connections connections_;
+
+  // The connection whose request is being delivered, for the thread that delivers: nearly every
+  // look-up is for this one.
+  std::atomic<pthread_t> delivering_thread_{};
+  Connection* delivering_ = nullptr;
 };
 
 }  // namespace kavrel_rpc
