@@ -19,9 +19,7 @@ CAuxDbusClient::CAuxDbusClient(std::string channel) : m_Name(std::move(channel))
 
 CAuxDbusClient::~CAuxDbusClient() {
   m_Watch.Release();
-  if (m_Connection != nullptr && !g_dbus_connection_is_closed(m_Connection.get())) {
-    kavreldbus::FlushConnection(m_Connection.get());
-  }
+  if (m_Connection != nullptr) kavreldbus::FlushConnection(m_Connection.get());
 }
 
 void CAuxDbusClient::RegisterDbusNameHandler(AppearedHandler appeared, VanishedHandler vanished,

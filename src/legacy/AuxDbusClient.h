@@ -26,8 +26,8 @@ class CAuxDbusClient {
   virtual ~CAuxDbusClient();
 
   /// Watches the host's name. One of the two is called soon, whether or not the host is there, and
-  /// then at each change; "vanished" gets a null connection when the bus itself is lost. An earlier
-  /// watch is not stopped, and can no longer be.
+  /// then at each change. When the bus itself is lost "vanished" gets a null connection, unless it
+  /// was the last one called. An earlier watch is not stopped, and can no longer be.
   void RegisterDbusNameHandler(AppearedHandler appeared, VanishedHandler vanished, void* userData);
 
   /// Stops the watch, if there is one; on the thread that registered it no handler is called after.

@@ -161,6 +161,7 @@ CBaseDbus::~CBaseDbus() {
   m_PartnerSignals.Reset();
   m_NodeInfo.reset();
   if (!m_Registration.Reset()) CHANNEL_ERROR(Here(), "Assertion failed\n");
+  if (m_Connection != nullptr) FlushConnection(m_Connection.get());
   m_Connection.reset();
 }
 
@@ -485,9 +486,12 @@ void CBaseDbus::m_MethodCallback(GDBusConnection* connection, const char* sender
                                                   G_DBUS_ERROR_INVALID_ARGS, problem.c_str());
     return;
   }
+  const glib::Connection kept = glib::Share(connection);
+  const std::weak_ptr<const bool> alive = self.m_Alive;
   const bool answer = self.t_HandleMessage(message);
   g_dbus_method_invocation_return_value(call.release(),
                                         g_variant_new("(b)", answer ? TRUE : FALSE));
+  if (alive.expired()) FlushConnection(kept.get());
 }
 
 void CBaseDbus::m_SignalCallback(GDBusConnection* connection, const char* sender,

@@ -108,6 +108,7 @@ class CBaseDbus {
   CBaseDbus& operator=(const CBaseDbus&) = delete;
 
   /// Ends the channel without a word; the partner notices when this process's connection closes.
+  /// What was sent before still leaves the process, which is waited for, at most 5 s.
   /// Aborts the process inside a connected or disconnected callback of this end.
   virtual ~CBaseDbus();
 
@@ -225,6 +226,7 @@ class CBaseDbus {
   void (*m_Connected)(void*) = nullptr;
   void (*m_Disconnected)(void*) = nullptr;
   void* m_UserData = nullptr;
+  std::shared_ptr<const bool> m_Alive = std::make_shared<const bool>(true);  // gone with the end
 };
 
 }  // namespace kavreldbus

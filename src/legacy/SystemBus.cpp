@@ -185,6 +185,7 @@ void PrepareConnection(GDBusConnection* connection) {
 }
 
 void FlushConnection(GDBusConnection* connection) {
+  if (g_dbus_connection_is_closed(connection)) return;
   const TimeLimit limit(kFlushLimit);
   glib::Error error;
   if (g_dbus_connection_flush_sync(connection, limit.cancellable(), error.Out())) return;
