@@ -1,0 +1,67 @@
+#include "operation_log.h"
+
+#include <printable.h>
+
+namespace viewer {
+namespace {
+
+using kavrel_programs::Printable;
+using nlohmann::ordered_json;
+
+constexpr std::size_t kMostElements = 8;
+
+std::string TextOf(const ordered_json& value) {
+  if (value.is_string()) return '"' + Printable(value.get_ref<const std::string&>()) + '"';
+  if (!value.is_array()) return value.dump();
+  std::string text = "[";
+  for (std::size_t i = 0; i < value.size() && i < kMostElements; ++i) {
+    if (i > 0) text += ", ";
+    text += TextOf(value[i]);
+  }
+  return text + (value.size() > kMostElements ? ", ...]" : "]");
+}
+
+}  // namespace
+
+void OperationLog::Write(const Operation& operation) {
+  ++sequence_;
+  writer_.Write(format_ == Format::kJson ? JsonLine(operation) : TextLine(operation));
+  effects_.clear();
+}
+
+// #7 kavrelctl MoveSelectionWindowTo(9, 9) = true: selection window at 9,9, 960x540
+std::string OperationLog::TextLine(const Operation& operation) const {
+  std::string line = '#' + std::to_string(sequence_) + ' ' + Printable(operation.sender) + ' ' +
+                     operation.method.name + '(';
+  const char* separator = "";
+  for (const ordered_json& argument : operation.arguments) {
+    line += separator + TextOf(argument);
+    separator = ", ";
+  }
+  line += ')';
+  if (!operation.result.is_null()) line += " = " + TextOf(operation.result);
+  for (const auto& [name, value] : operation.values.items())
+    line += ", " + name + ' ' + value.dump();
+  separator = ": ";
+  for (const std::string& effect : effects_) {
+    line += separator + Printable(effect);
+    separator = "; ";
+  }
+  return line;
+}
+
+std::string OperationLog::JsonLine(const Operation& operation) const {
+  const ordered_json line = {
+      {"sequence", sequence_},
+      {"client", {{"sender", operation.sender}, {"instance", operation.instance}}},
+      {"method", operation.method.name},
+      {"arguments", operation.arguments},
+      {"values", operation.values},
+      {"result", operation.result},
+      {"effects", effects_},
+  };
+  // Clients may send any bytes; JSON holds UTF-8 only.
+  return line.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
+}  // namespace viewer

@@ -1,0 +1,55 @@
+#include "options.h"
+
+#include <app_id.h>
+#include <kavrel/app_api.h>
+#include <ready_fd.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+
+namespace viewer {
+namespace {
+
+constexpr const char* kFooter = R"(
+Serves the remote interface KavrelAppApi under its application id and writes one
+line for each operation that a client asks for. SIGINT and SIGTERM stop it.
+
+Example:
+  kavrel-viewer &
+  kavrelctl call tune-channel 7 News DVB-T me
+
+Environment:
+  KAVREL_APP_ID       application id when --app-id is not given
+  KAVREL_RUNTIME_DIR  where clients find this viewer and see its state
+
+Exit codes: 0 stopped, 1 cannot listen, 2 wrong usage.)";
+
+}  // namespace
+
+std::variant<Options, int> ParseOptions(int argc, char** argv) {
+  Options options{KAVREL_VIEWER_APP_ID, false, std::nullopt};
+  CLI::App app("The reference viewer: a television without a screen, commanded over KavrelAppApi.",
+               "kavrel-viewer");
+  app.footer(kFooter);
+  app.set_version_flag("--version", "kavrel-viewer " KAVREL_VERSION);
+  app.add_option("--app-id", options.app_id, "Application id under which clients find this viewer")
+      ->type_name("ID")
+      ->envname("KAVREL_APP_ID")
+      ->check(CLI::Validator(&kavrel_programs::AppIdMistake, ""))
+      ->capture_default_str();
+  app.add_flag("--json", options.json, "Write operations as JSON, one object a line");
+  app.add_option("--ready-fd", options.ready_fd,
+                 "Write a newline to this descriptor and close it as soon as clients are served")
+      ->type_name("FD")
+      ->check(CLI::Validator(&kavrel_programs::ReadyFdMistake, ""));
+  try {
+    app.parse(argc, argv);
+    return options;
+  } catch (const CLI::ParseError& error) {
+    if (error.get_exit_code() == 0) return app.exit(error);
+    std::fprintf(stderr, "kavrel-viewer: %s\nTry kavrel-viewer --help.\n", error.what());
+    return kUsage;
+  }
+}
+
+}  // namespace viewer

@@ -1,0 +1,103 @@
+#include "state_publisher.h"
+
+#include <kavrel/state_api.h>
+#include <kavrel/state_properties.h>
+#include <vconf.h>
+
+#include <utility>
+
+namespace viewer {
+
+namespace properties = kavrel::state::properties;
+
+namespace {
+
+// A viewer without a screen has no window.
+constexpr int kNoWindow = 0;
+
+template <class Condition>
+std::string NamesOf(const BannerBoard& banners, const Condition& condition) {
+  std::string names;
+  for (const ShownBanner& shown : banners.shown()) {
+    const BannerInfo& info = InfoOf(shown.banner);
+    if (!condition(info)) continue;
+    if (!names.empty()) names += ',';
+    names += info.name;
+  }
+  return names;
+}
+
+}  // namespace
+
+StatePublisher::StatePublisher(Television& television) : television_(television) {
+  television.AddListener([this](const Change& /*change*/) { Publish(); });
+  OwnNumber(properties::window_id.key, kNoWindow);
+  Publish();
+}
+
+StatePublisher::~StatePublisher() {
+  OwnText(properties::visible_banners.key, "");
+  OwnText(properties::visible_video_banners.key, "");
+  OwnNumber(properties::banner_show_state.key, 0);
+  OwnText(properties::kavrel_state.key, "stopped");
+}
+
+void StatePublisher::Publish() {
+  PublishBanners();
+  PublishServices();
+  Number(properties::pip_focus.key, television_.is_pip_focused(), &kavrel_set_pip_focus);
+  Number(properties::mainscreen_signal_state.key, television_.has_signal(),
+         &kavrel_set_mainscreen_signal_state);
+  // Applications have a place beside a window that does not fill the screen.
+  Number(properties::bg_executable.key, television_.window_size() != 0, &kavrel_set_bg_executable);
+  OwnText(properties::rating_locked.key, television_.is_rating_locked() ? "locked" : "unlocked");
+  OwnText(properties::kavrel_state.key, ActivityName(television_.activity()));
+}
+
+void StatePublisher::PublishBanners() {
+  const BannerBoard& banners = television_.banners();
+  OwnText(properties::visible_banners.key, NamesOf(banners, [](const auto&) { return true; }));
+  OwnText(properties::visible_video_banners.key,
+          NamesOf(banners, [](const BannerInfo& info) { return info.kind == BannerKind::kVideo; }));
+  OwnNumber(properties::banner_show_state.key, !banners.shown().empty());
+  Number(properties::use_4_direction_key.key, banners.IsAnyShown(BannerKind::kPopup),
+         &kavrel_set_use_4_direction_key);
+}
+
+void StatePublisher::PublishServices() {
+  const Services services = television_.services();
+  Number(properties::date_service_available.key, services.data, &kavrel_set_date_service_available);
+  Number(properties::info_banner_ttx_state.key, services.teletext,
+         &kavrel_set_info_banner_ttx_state);
+  Number(properties::info_banner_caption_state.key, services.caption,
+         &kavrel_set_info_banner_caption_state);
+  Number(properties::info_banner_subtitle_state.key, services.subtitle,
+         &kavrel_set_info_banner_subtitle_state);
+  Number(properties::info_banner_ttml_state.key, services.ttml, &kavrel_set_info_banner_ttml_state);
+}
+
+void StatePublisher::Number(const char* key, int value, NumberSetter set) {
+  Update(key, value, [&] { return set(value); });
+}
+
+// The state API has no setter for what only the viewer may write; the viewer writes the key itself.
+void StatePublisher::OwnNumber(const char* key, int value) {
+  Update(key, value, [&] { return vconf_set_int(key, value); });
+}
+
+void StatePublisher::OwnText(const char* key, const std::string& value) {
+  Update(key, value, [&] { return vconf_set_str(key, value.c_str()); });
+}
+
+template <class Write>
+void StatePublisher::Update(const char* key, Value value, const Write& write) {
+  const auto known = published_.find(key);
+  if (known != published_.end() && known->second == value) return;
+  if (write() == 0) {
+    published_.insert_or_assign(key, std::move(value));
+  } else {
+    published_.erase(key);
+  }
+}
+
+}  // namespace viewer

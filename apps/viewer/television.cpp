@@ -1,0 +1,339 @@
+#include "television.h"
+
+#include <utility>
+
+namespace viewer {
+namespace {
+
+constexpr const char* kTunerSource = "DVB-T";
+
+std::string Quoted(const std::string& text) {
+  return '"' + text + '"';
+}
+
+std::string Named(Banner banner) {
+  return std::string(InfoOf(banner).name) +
+         (InfoOf(banner).kind == BannerKind::kPopup ? " pop-up" : " banner");
+}
+
+// "channel banner shown: 7, News"
+std::string ShownText(Banner banner, const std::vector<std::string>& details) {
+  std::string text = Named(banner) + " shown";
+  const char* separator = ": ";
+  for (const std::string& detail : details) {
+    text += separator + detail;
+    separator = ", ";
+  }
+  return text;
+}
+
+std::string PositionText(Position position) {
+  return std::to_string(position.left) + ',' + std::to_string(position.top);
+}
+
+std::string OutOfRange(Position position, const MoveRange& range) {
+  return "position " + PositionText(position) + " is outside " + PositionText(range.least) +
+         " to " + PositionText(range.greatest);
+}
+
+Channel PlainChannel(const std::string& number) {
+  const Channel* known = FindChannelByNumber(number);
+  return known != nullptr ? *known : Channel{number, "", kTunerSource, "", {}};
+}
+
+}  // namespace
+
+const char* ActivityName(Activity activity) {
+  switch (activity) {
+    case Activity::kRunning:
+      return "running";
+    case Activity::kLoading:
+      return "loading";
+    case Activity::kNoSignal:
+      return "no-signal";
+    case Activity::kLocked:
+      return "locked";
+  }
+  return "?";
+}
+
+Television::Television() : channel_(PlainChannel("1")), source_{channel_.source, "", ""} {}
+
+// --- Picture
+
+void Television::ChangeSource(const std::string& type, const std::string& number,
+                              const std::string& label) {
+  source_ = {type, number, label};
+  on_channel_ = false;
+  std::string text = "source " + type;
+  if (!number.empty()) text += ' ' + number;
+  if (!label.empty()) text += " (" + label + ')';
+  Tell(Aspect::kSource, text);
+  ShowFreshPicture();
+}
+
+void Television::Tune(const std::string& number, const std::string& name,
+                      const std::string& source) {
+  Channel channel = PlainChannel(number);
+  if (!name.empty()) channel.name = name;
+  if (!source.empty()) channel.source = source;
+  TuneTo(std::move(channel));
+}
+
+void Television::TuneMajor(int major_number, int minor_number) {
+  if (major_number < 1 || minor_number < 0) {
+    Refuse("channel numbers begin at 1, minor ones at 0");
+    return;
+  }
+  const std::string number = std::to_string(major_number);
+  TuneTo(PlainChannel(minor_number == 0 ? number : number + '-' + std::to_string(minor_number)));
+}
+
+void Television::TuneService(const std::string& service_id) {
+  const Channel* known = FindChannelByServiceId(service_id);
+  TuneTo(known != nullptr ? *known : Channel{"", "", kTunerSource, service_id, {}});
+}
+
+void Television::TuneByVoice(const std::string& wanted) {
+  const Channel* known = FindChannelByName(wanted);
+  TuneTo(known != nullptr ? *known : PlainChannel(wanted));
+}
+
+void Television::TuneTo(Channel channel) {
+  if (channel.number.empty() && channel.service_id.empty()) {
+    Refuse("no channel is named");
+    return;
+  }
+  previous_channel_ = std::exchange(channel_, std::move(channel));
+  on_channel_ = true;
+  source_ = {channel_.source, "", ""};
+  Tell(Aspect::kChannel, "channel " + Describe(channel_) + " on " + channel_.source);
+  ShowFreshPicture();
+}
+
+// What stood in the way of the last picture does not concern the next one.
+void Television::ShowFreshPicture() {
+  SetSignal(true);
+  SetRatingLock(false);
+  teletext_shown_ = false;
+  for (const Banner banner : {Banner::kNoSignal, Banner::kRating, Banner::kLoading}) {
+    RemoveBanner(banner);
+  }
+}
+
+void Television::TunePip(const std::string& number) {
+  if (!number.empty()) {
+    pip_ = PlainChannel(number);
+    Tell(Aspect::kPip, "picture-in-picture on channel " + Describe(*pip_));
+    return;
+  }
+  if (!pip_) return;
+  pip_.reset();
+  Tell(Aspect::kPip, "picture-in-picture closed");
+  FocusPip(false);
+}
+
+void Television::SetSignal(bool present) {
+  if (std::exchange(has_signal_, present) == present) return;
+  Tell(Aspect::kSignal, present ? "signal present" : "signal lost");
+}
+
+void Television::SetRatingLock(bool locked) {
+  if (std::exchange(rating_locked_, locked) == locked) return;
+  Tell(Aspect::kRating, locked ? "locked by rating" : "unlocked");
+}
+
+void Television::FocusPip(bool focused) {
+  if (std::exchange(pip_focused_, focused) == focused) return;
+  Tell(Aspect::kPip, focused ? "focus on picture-in-picture" : "focus on the main picture");
+}
+
+Activity Television::activity() const {
+  if (banners_.IsShown(Banner::kLoading)) return Activity::kLoading;
+  if (!has_signal_) return Activity::kNoSignal;
+  return rating_locked_ ? Activity::kLocked : Activity::kRunning;
+}
+
+// --- Banners
+
+void Television::SetBanner(Banner banner, bool shown, std::vector<std::string> details) {
+  if (banner == Banner::kNoSignal) SetSignal(!shown);
+  if (banner == Banner::kRating) SetRatingLock(shown);
+  if (shown) {
+    ShowBanner(banner, std::move(details));
+  } else {
+    RemoveBanner(banner);
+  }
+}
+
+void Television::ShowBanner(Banner banner, std::vector<std::string> details) {
+  const std::string text = ShownText(banner, details);
+  if (banners_.Show(banner, std::move(details)) == BannerBoard::Outcome::kDisabled) {
+    Refuse(Named(banner) + " is disabled");
+  } else {
+    Tell(Aspect::kBanners, text);
+  }
+}
+
+void Television::RemoveBanner(Banner banner) {
+  if (banners_.Hide(banner) == BannerBoard::Outcome::kHidden) {
+    Tell(Aspect::kBanners, Named(banner) + " hidden");
+  }
+}
+
+std::optional<Banner> Television::BannerOrRefusal(const std::string& name) {
+  const std::optional<Banner> banner = FindBanner(name);
+  if (!banner) Refuse("no banner is called " + Quoted(name));
+  return banner;
+}
+
+void Television::EnableBanner(const std::string& name) {
+  const auto banner = BannerOrRefusal(name);
+  if (!banner) return;
+  banners_.Enable(*banner);
+  Tell(Aspect::kBanners, Named(*banner) + " enabled");
+}
+
+void Television::DisableBanner(const std::string& name) {
+  const auto banner = BannerOrRefusal(name);
+  if (!banner) return;
+  const bool was_shown = banners_.Disable(*banner) == BannerBoard::Outcome::kHidden;
+  Tell(Aspect::kBanners, Named(*banner) + (was_shown ? " hidden and disabled" : " disabled"));
+}
+
+void Television::HideBanner(const std::string& name) {
+  if (name == "all") {
+    banners_.HideAll();
+    Tell(Aspect::kBanners, "all banners hidden");
+  } else if (const auto banner = BannerOrRefusal(name)) {
+    RemoveBanner(*banner);
+  }
+}
+
+// --- Windows
+
+bool Television::SetWindowSize(int size) {
+  if (size < 0 || size > kLastWindowSize) {
+    return Refuse("window sizes are 0 to " + std::to_string(kLastWindowSize));
+  }
+  window_size_ = size;
+  Tell(Aspect::kWindowSize, "window size " + std::to_string(size));
+  return true;
+}
+
+bool Television::MoveSelectionWindow(Position position) {
+  if (!selection_window_.MoveTo(position)) {
+    return Refuse(OutOfRange(position, selection_window_.move_range()));
+  }
+  TellSelectionWindow();
+  return true;
+}
+
+bool Television::StoreSelectionWindow(Position position) {
+  if (!selection_window_.Store(position)) {
+    return Refuse(OutOfRange(position, selection_window_.move_range()));
+  }
+  Tell(Aspect::kSelectionWindow, "selection window stored at " + PositionText(position));
+  return true;
+}
+
+bool Television::ChangeZoomLevel(int level) {
+  if (!selection_window_.ChangeZoomLevel(level)) {
+    return Refuse("zoom levels are 0 to " + std::to_string(SelectionWindow::kGreatestZoomLevel));
+  }
+  TellSelectionWindow();
+  return true;
+}
+
+void Television::TellSelectionWindow() {
+  const Size size = selection_window_.size();
+  Tell(Aspect::kSelectionWindow,
+       "selection window at " + PositionText(selection_window_.position()) + ", " +
+           std::to_string(size.width) + 'x' + std::to_string(size.height));
+}
+
+// --- Settings and commands
+
+void Television::Initialise(const std::string& argument) {
+  banners_.HideAll();
+  TunePip("");
+  window_size_ = 0;
+  selection_window_.Restore();
+  Tell(Aspect::kBanners, argument.empty() ? "initialised" : "initialised: " + argument);
+}
+
+void Television::SetLanguage(const std::string& language) {
+  if (language.empty()) {
+    Refuse("no language is named");
+    return;
+  }
+  language_ = language;
+  Tell(Aspect::kLanguage, "language " + language);
+}
+
+void Television::SetHbbtvState(const std::string& state) {
+  hbbtv_state_ = state;
+  Tell(Aspect::kApplication, "HbbTV " + state);
+}
+
+void Television::SetServiceHint(const std::string& hint) {
+  service_hint_ = hint;
+  Tell(Aspect::kApplication, "hint of the TV service " + Quoted(hint));
+}
+
+void Television::LeaveTeletext(const std::string& reason) {
+  if (!std::exchange(teletext_shown_, false)) {
+    Refuse("teletext is not shown");
+    return;
+  }
+  Tell(Aspect::kApplication, "teletext left" + (reason.empty() ? "" : ": " + reason));
+}
+
+void Television::Command(const std::string& command, const std::string& argument) {
+  if (command != "pip-focus") {
+    PassOn("command " + Quoted(command) + ' ' + Quoted(argument));
+  } else if (argument == "main") {
+    FocusPip(false);
+  } else if (argument == "pip" && pip_) {
+    FocusPip(true);
+  } else {
+    Refuse(argument == "pip" ? "there is no picture-in-picture"
+                             : "pip-focus is \"main\" or \"pip\"");
+  }
+}
+
+void Television::DiscreteCommand(const std::string& command, const std::string& argument) {
+  if (command != "teletext") {
+    PassOn("discrete command " + Quoted(command) + ' ' + Quoted(argument));
+  } else if (argument == "on" && services().teletext) {
+    teletext_shown_ = true;
+    Tell(Aspect::kApplication, "teletext shown");
+  } else if (argument == "off") {
+    LeaveTeletext("");
+  } else {
+    Refuse(argument == "on" ? "the channel carries no teletext" : "teletext is \"on\" or \"off\"");
+  }
+}
+
+void Television::ActOnNotification(const std::string& notification, int action) {
+  if (action == 0) {
+    HideBanner(notification);
+  } else {
+    PassOn("action " + std::to_string(action) + " of notification " + Quoted(notification));
+  }
+}
+
+void Television::PassOn(const std::string& what) {
+  Tell(Aspect::kCommand, what);
+}
+
+void Television::Tell(Aspect aspect, const std::string& text) const {
+  for (const Listener& listener : listeners_) listener({aspect, text});
+}
+
+bool Television::Refuse(const std::string& why) const {
+  Tell(Aspect::kRefusal, "refused: " + why);
+  return false;
+}
+
+}  // namespace viewer

@@ -1,0 +1,37 @@
+// Texts that stand in the help as well as in the man page.
+#pragma once
+
+#include <array>
+
+namespace kavrelctl {
+
+struct Explained {
+  const char* what;
+  const char* meaning;
+};
+
+inline constexpr const char* kPurpose =
+    "Commands and asks the viewer of a television, and shows its state.";
+
+inline constexpr std::array kExamples = {
+    Explained{"kavrelctl methods", "what can be called"},
+    Explained{"kavrelctl call tune-channel 7 News DVB-T me", "tune"},
+    Explained{"kavrelctl call get-window-size", "ask"},
+    Explained{"kavrelctl call tune-channel --help", "what a method takes"},
+    Explained{"kavrelctl get --all", "the viewer's state"},
+    Explained{"kavrelctl watch", "its changes, as they happen"},
+};
+
+inline constexpr std::array kEnvironment = {
+    Explained{"KAVREL_RUNTIME_DIR", "where viewers are found and their volatile state is kept"},
+    Explained{"KAVREL_STATE_DIR", "where their durable state is kept"},
+    Explained{"KAVREL_RPC_TIMEOUT_MS", "as --timeout, in milliseconds"},
+};
+
+inline constexpr std::array kExitCodes = {
+    Explained{"0", "done"},
+    Explained{"1", "failed by the viewer, the connection, the store or the output"},
+    Explained{"2", "wrong usage"},
+};
+
+}  // namespace kavrelctl
