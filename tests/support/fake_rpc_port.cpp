@@ -25,6 +25,8 @@ template <class... Functions>
 struct Overloaded : Functions... {
   using Functions::operator()...;
 };
+template <class... Functions>
+Overloaded(Functions...) -> Overloaded<Functions...>;
 
 bool IsOwned(const Handle& handle) {
   return dynamic_cast<const Proxy*>(&handle) != nullptr ||
