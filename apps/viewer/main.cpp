@@ -77,7 +77,7 @@ int Serve(const Options& options) {
   stub::KavrelAppApi app_api;
   app_api.Listen(std::make_shared<ServiceFactory>(television, log));
   if (!IsReachable(options.app_id)) {
-    return CannotListen(options, "clients cannot connect; the log line above tells why");
+    return CannotListen(options, "clients cannot connect; the log tells why");
   }
   // Only now: the state of a viewer that serves already is not this one's to write.
   publisher = std::make_unique<StatePublisher>(television);
@@ -95,9 +95,10 @@ int Main(int argc, char** argv) {
   try {
     return Serve(options);
   } catch (const stub::InvalidIOException&) {
-    return CannotListen(options,
-                        "another viewer serves under this id, or the log line above tells "
-                        "why not; try another --app-id");
+    return CannotListen(options, SomebodyServes(options.app_id)
+                                     ? "another viewer serves under this id in the same runtime "
+                                       "directory; stop it, or choose another --app-id"
+                                     : "the log tells why");
   } catch (const std::exception& error) {
     return CannotListen(options, error.what());
   }

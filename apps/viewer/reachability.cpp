@@ -4,13 +4,13 @@
 #include <kavrel/app_api.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <thread>
 
 namespace viewer {
 namespace {
 
-// On a thread of its own with a main context of its own: the connection's events must not mix with
-// those of the viewer.
+// With a main context of its own: the connection's events must not mix with those of the viewer.
 bool ConnectOnce(const std::string& app_id) {
   GMainContext* const context = g_main_context_new();
   g_main_context_push_thread_default(context);
@@ -27,6 +27,11 @@ bool ConnectOnce(const std::string& app_id) {
 }
 
 }  // namespace
+
+bool SomebodyServes(const std::string& app_id) {
+  ::setenv("KAVREL_RPC_TIMEOUT_MS", "1000", 1);
+  return ConnectOnce(app_id);
+}
 
 bool IsReachable(const std::string& app_id) {
   std::atomic<bool> done = false;

@@ -85,7 +85,6 @@ int Fail(const MethodInfo& method, const Settings& settings, const std::string& 
 int RunCall(const CallableMethod& callable, const std::vector<std::vector<std::string>>& texts,
             const Settings& settings) {
   const MethodInfo& method = *callable.info;
-  Apply(settings);
   ViewerConnection viewer(settings);
   if (const auto failure = viewer.Connect()) return Fail(method, settings, *failure);
   std::string failure;

@@ -8,6 +8,7 @@
 
 #include "command_line.h"
 #include "edit_distance.h"
+#include "log_tap.h"
 #include "method_commands.h"
 #include "output.h"
 #include "property_commands.h"
@@ -108,6 +109,8 @@ int Run(int argc, char** argv) {
     return error.get_exit_code() == 0 ? ShowHelpOrVersion(line.app, error)
                                       : ExplainMistake(line.app, error);
   }
+  LogTap::Instance().SetVerbose(line.settings.verbose);
+  ApplyTimeout(line.settings);
   return line.action();
 }
 

@@ -71,7 +71,6 @@ struct GetArguments {
 };
 
 int RunGet(const GetArguments& arguments, const Settings& settings) {
-  Apply(settings);
   return arguments.all ? GetAll(settings.json)
                        : GetOne(*FindProperty(arguments.name), settings.json);
 }
@@ -84,7 +83,6 @@ struct SetArguments {
 };
 
 int RunSet(const SetArguments& arguments, const Settings& settings) {
-  Apply(settings);
   const PropertyInfo& property = *FindProperty(arguments.name);
   const std::string failure = WriteProperty(property, arguments.value);
   if (!failure.empty()) return Fail("cannot set " + arguments.name + ": " + failure);
@@ -183,10 +181,7 @@ void AddWatchCommand(CommandLine& line) {
       ->check(Check(&kavrel_programs::ReadyFdMistake));
   AddOutputOptions(*command, line.settings);
   command->callback([&line, arguments] {
-    line.action = [&line, arguments] {
-      Apply(line.settings);
-      return RunWatch(*arguments, line.settings.json);
-    };
+    line.action = [&line, arguments] { return RunWatch(*arguments, line.settings.json); };
   });
 }
 

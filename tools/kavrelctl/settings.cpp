@@ -4,8 +4,6 @@
 #include <cmath>
 #include <cstdlib>
 
-#include "log_tap.h"
-
 namespace kavrelctl {
 namespace {
 
@@ -27,8 +25,7 @@ std::string TimeoutMistake(const std::string& text) {
   return '"' + text + "\" is not a number of seconds from 0 (no limit) to 86400";
 }
 
-void Apply(const Settings& settings) {
-  LogTap::Instance().SetVerbose(settings.verbose);
+void ApplyTimeout(const Settings& settings) {
   if (!settings.timeout_seconds) return;
   // Upwards: a limit that rounds to nothing must not become none.
   const long milliseconds = std::lround(std::ceil(*settings.timeout_seconds * 1000));

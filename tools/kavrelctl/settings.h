@@ -18,8 +18,8 @@ struct Settings {
 /// What is wrong with `text` as a number of seconds; empty when nothing is.
 std::string TimeoutMistake(const std::string& text);
 
-/// Makes the settings known to the library. To be called before its first use.
-void Apply(const Settings& settings);
+/// Makes the limit known to the library. To be called before its first use.
+void ApplyTimeout(const Settings& settings);
 
 /// How long a connect, a send or an answer may take; 0: no limit.
 double EffectiveTimeoutSeconds(const Settings& settings);
