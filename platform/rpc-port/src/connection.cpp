@@ -2,6 +2,7 @@
 
 #include <cerrno>
 
+#include "greeting.h"
 #include "guard.h"
 #include "log.h"
 
@@ -42,8 +43,11 @@ void Connection::Join(OwnedFd callback) {
 // The callback socket is not watched for input: clients send nothing there, and when one goes away
 // its main socket tells.
 void Connection::Serve() {
+  SendGreeting(link_->callback(), Answer::Make(0, {}));
   poller_.SetInput(EPOLLIN, main_watch_);
   poller_.Add(link_->callback(), 0, callback_watch_);
+  main_port_.Open();
+  callback_port_.Open();
 }
 
 void Connection::Drop(const char* reason) {

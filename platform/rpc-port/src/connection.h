@@ -51,7 +51,7 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   /// Watches for the client going away, and for the time that it has to join.
   bool AwaitCallback();
   void Join(OwnedFd callback);
-  /// From now on requests are read.
+  /// Tells the client that the connection stands; from now on requests are read.
   void Serve();
 
   void Drop(const char* reason) override;

@@ -136,7 +136,6 @@ void Service::OnCallbackSocket(const std::string& instance, Credentials client, 
         static_cast<long>(client.uid), static_cast<long>(client.pid));
     return Refuse(socket.get(), -EACCES);
   }
-  const int fd = socket.get();
   {
     const std::lock_guard lock(table_mutex_);
     connection->Join(std::move(socket));
@@ -149,9 +148,8 @@ void Service::OnCallbackSocket(const std::string& instance, Credentials client, 
     return !is_destroyed_;
   });
   if (is_destroyed_) return;
-  connection->Serve();
   // Only now: the client's first request finds a service that knows the connection.
-  SendGreeting(fd, Answer::Make(0, {}));
+  connection->Serve();
 }
 
 void Service::OnRequest(Connection& connection, Bytes frame) {

@@ -33,7 +33,7 @@ ServicePort::ServicePort(std::shared_ptr<Link> connection, Kind kind, Poller& po
 int ServicePort::DoSend(Bytes frame) {
   const std::lock_guard lock(mutex_);
   if (link().HasEnded()) return -EPIPE;
-  if (!outbox_.empty()) return Keep(frame);
+  if (!is_open_ || !outbox_.empty()) return Keep(frame);
   const ssize_t sent = SendNow(socket(), frame);
   if (sent == static_cast<ssize_t>(frame.size())) return 0;
   if (sent == -EPIPE) return -EPIPE;
@@ -47,8 +47,14 @@ int ServicePort::Keep(Bytes bytes) {
   }
   const bool was_empty = outbox_.empty();
   outbox_.insert(outbox_.end(), bytes.begin(), bytes.end());
-  if (was_empty) poller_.AwaitRoom(true, watch_);
+  if (was_empty && is_open_) poller_.AwaitRoom(true, watch_);
   return 0;
+}
+
+void ServicePort::Open() {
+  const std::lock_guard lock(mutex_);
+  is_open_ = true;
+  if (!outbox_.empty()) poller_.AwaitRoom(true, watch_);
 }
 
 void ServicePort::Flush() {

@@ -29,6 +29,8 @@ class ServicePort : public EventPort {
 
   int socket() const { return kind_ == Kind::kMain ? link().main() : link().callback(); }
   void Flush();
+  /// Before it, what is sent is kept: the client still waits for an answer to its greeting.
+  void Open();
 
  private:
   int DoSend(Bytes frame) override;
@@ -42,6 +44,7 @@ class ServicePort : public EventPort {
   PortOwner& owner_;
 
   std::mutex mutex_;
+  bool is_open_ = false;
   std::vector<std::uint8_t> outbox_;
   std::size_t outbox_sent_ = 0;
 };
