@@ -324,35 +324,37 @@ class StateReentrancyExamples : public StateTest {
   }
 };
 
-Trace QuietEnd(std::initializer_list<std::string> calls) {
+Trace NextChange(std::initializer_list<std::string> calls) {
   Trace trace = {"next change"};
   trace.insert(trace.end(), calls);
   trace.insert(trace.end(), {"call 3 value 3 data of 3", "call 0 value 3 data of 3"});
   return trace;
 }
 
+Trace operator+(Trace first, const Trace& second) {
+  first.insert(first.end(), second.begin(), second.end());
+  return first;
+}
+
 TEST_F(StateReentrancyExamples, OneThatLeavesIsNotCalledAgain) {
-  Trace expected = {"call 0 value 1 data of 0", "leave k0=0", "call 1 value 1 data of 0",
-                    "call 2 value 1 data of 0"};
-  const Trace end = QuietEnd({"call 1 value 2 data of 0", "call 2 value 2 data of 0"});
-  expected.insert(expected.end(), end.begin(), end.end());
-  EXPECT_EQ(Play({{0, Act::LeaveItself}}), expected);
+  const Trace during = {"call 0 value 1 data of 0", "leave k0=0", "call 1 value 1 data of 0",
+                        "call 2 value 1 data of 0"};
+  EXPECT_EQ(Play({{0, Act::LeaveItself}}),
+            during + NextChange({"call 1 value 2 data of 0", "call 2 value 2 data of 0"}));
 }
 
 TEST_F(StateReentrancyExamples, OneThatIsRemovedBeforeItsTurnIsNotCalled) {
-  Trace expected = {"call 0 value 1 data of 0", "leave k1=0", "call 2 value 1 data of 0"};
-  const Trace end = QuietEnd({"call 0 value 2 data of 0", "call 2 value 2 data of 0"});
-  expected.insert(expected.end(), end.begin(), end.end());
-  EXPECT_EQ(Play({{0, Act::LeaveLater}}), expected);
+  const Trace during = {"call 0 value 1 data of 0", "leave k1=0", "call 2 value 1 data of 0"};
+  EXPECT_EQ(Play({{0, Act::LeaveLater}}),
+            during + NextChange({"call 0 value 2 data of 0", "call 2 value 2 data of 0"}));
 }
 
 TEST_F(StateReentrancyExamples, NewcomerIsCalledFromTheNextChangeOn) {
-  Trace expected = {"call 0 value 1 data of 0", "join k4=0", "call 1 value 1 data of 0",
-                    "call 2 value 1 data of 0"};
-  const Trace end = QuietEnd({"call 0 value 2 data of 0", "call 1 value 2 data of 0",
-                              "call 2 value 2 data of 0", "call 4 value 2 data of 0"});
-  expected.insert(expected.end(), end.begin(), end.end());
-  EXPECT_EQ(Play({{0, Act::JoinNewcomer}}), expected);
+  const Trace during = {"call 0 value 1 data of 0", "join k4=0", "call 1 value 1 data of 0",
+                        "call 2 value 1 data of 0"};
+  EXPECT_EQ(Play({{0, Act::JoinNewcomer}}),
+            during + NextChange({"call 0 value 2 data of 0", "call 1 value 2 data of 0",
+                                 "call 2 value 2 data of 0", "call 4 value 2 data of 0"}));
 }
 
 TEST_F(StateReentrancyExamples, AllLeaveAndJoinAgainInAnotherOrder) {
@@ -362,18 +364,17 @@ TEST_F(StateReentrancyExamples, AllLeaveAndJoinAgainInAnotherOrder) {
   const auto next = std::find(trace.begin(), trace.end(), "next change");
   ASSERT_NE(next, trace.end());
   EXPECT_EQ(Trace(next, trace.end()),
-            QuietEnd({"call 2 value 2 data of 2", "call 1 value 2 data of 2",
-                      "call 0 value 2 data of 2"}));
+            NextChange({"call 2 value 2 data of 2", "call 1 value 2 data of 2",
+                        "call 0 value 2 data of 2"}));
 }
 
 TEST_F(StateReentrancyExamples, NestedDeliveryCallsEverybodyOnceMore) {
-  Trace expected = {"call 0 value 1 data of 0",   "call 1 value 1 data of 0",
-                    "call 0 value 101 data of 0", "call 1 value 101 data of 0",
-                    "call 2 value 101 data of 0", "call 2 value 1 data of 0"};
-  const Trace end = QuietEnd(
-      {"call 0 value 2 data of 0", "call 1 value 2 data of 0", "call 2 value 2 data of 0"});
-  expected.insert(expected.end(), end.begin(), end.end());
-  EXPECT_EQ(Play({{1, Act::DeliverAgain}}), expected);
+  const Trace during = {"call 0 value 1 data of 0",   "call 1 value 1 data of 0",
+                        "call 0 value 101 data of 0", "call 1 value 101 data of 0",
+                        "call 2 value 101 data of 0", "call 2 value 1 data of 0"};
+  EXPECT_EQ(Play({{1, Act::DeliverAgain}}),
+            during + NextChange({"call 0 value 2 data of 0", "call 1 value 2 data of 0",
+                                 "call 2 value 2 data of 0"}));
 }
 
 // A delivery counts who is registered when it begins, also inside another one.
