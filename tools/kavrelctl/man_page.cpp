@@ -98,7 +98,10 @@ std::string Examples() {
 
 std::string ManPage(const CommandNode& root) {
   return ".\\\" Made by \"kavrelctl man\".\n"
-         ".TH KAVRELCTL 1 \"\" \"kavrel " KAVREL_VERSION "\"\n" +
+         ".TH KAVRELCTL 1 \"\" \"kavrel " KAVREL_VERSION
+         "\"\n"
+         ".nh\n"  // a name with a hyphen put into it is another name
+         ".ad l\n" +
          Section("NAME") + "kavrelctl \\- command a television's viewer and watch its state\n" +
          Section("SYNOPSIS") + Bold("kavrelctl") +
          " [\\fIoption\\fR]... \\fIcommand\\fR [\\fIargument\\fR]...\n" +  //

@@ -50,10 +50,14 @@ void Build(CommandLine& line) {
   AddManCommand(line);
 }
 
-const CLI::App& DeepestCommand(const CLI::App& app) {
-  const CLI::App* deepest = &app;
-  while (!deepest->get_subcommands().empty()) deepest = deepest->get_subcommands().front();
-  return *deepest;
+// The command that a mistake belongs to: the first that was left with words it does not know, else
+// the last that was given.
+const CLI::App& MistakenCommand(const CLI::App& app) {
+  const CLI::App* command = &app;
+  while (command->remaining().empty() && !command->get_subcommands().empty()) {
+    command = command->get_subcommands().front();
+  }
+  return *command;
 }
 
 // The command whose name is nearest to a mistyped one, if any is near.
@@ -70,7 +74,7 @@ std::string Suggestion(const CLI::App& command, const std::string& typed) {
 }
 
 std::string Mistake(const CLI::App& command, const CLI::ParseError& error) {
-  const bool wants_command = command.get_require_subcommand_min() > 0;
+  const bool wants_command = !CommandsBelow(command).empty();
   const std::vector<std::string> unexpected = command.remaining();
   if (unexpected.empty()) return wants_command ? "a command is missing" : error.what();
   const std::string& first = unexpected.front();
@@ -85,7 +89,7 @@ std::string Mistake(const CLI::App& command, const CLI::ParseError& error) {
 }
 
 int ExplainMistake(const CLI::App& app, const CLI::ParseError& error) {
-  const CLI::App& command = DeepestCommand(app);
+  const CLI::App& command = MistakenCommand(app);
   PrintError(Mistake(command, error));
   std::fprintf(stderr, "Usage: %s\nTry:   %s --help\n", UsageOf(command).c_str(),
                PathOf(command).c_str());
