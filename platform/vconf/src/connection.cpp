@@ -21,6 +21,8 @@ using kavrel_platform::UniqueFd;
 
 constexpr int kLockAttempts = 10000;  // of a millisecond each
 
+constexpr int kDamaged = 1;  // beside negative errno values: the values' file cannot be used
+
 bool IsReadOnlyError(int error) {
   return error == -EROFS;
 }
@@ -36,8 +38,23 @@ UniqueFd OpenOwnFile(int directory, const std::string& name, int flags) {
   return file;
 }
 
+int RemoveFile(int directory, const std::string& name) {
+  return ::unlinkat(directory, name.c_str(), 0) == 0 || errno == ENOENT ? 0 : -errno;
+}
+
 int CreateFile(int directory, const std::string& name) {
   return OpenOwnFile(directory, name, O_RDWR) ? 0 : -errno;
+}
+
+// Anything else under the name, even an old store's plain file, would wake nobody.
+int CreateFifo(int directory, const std::string& name) {
+  struct stat status {};
+  if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+    if (S_ISFIFO(status.st_mode)) return 0;
+    if (int error = RemoveFile(directory, name); error != 0) return error;
+  }
+  if (::mkfifoat(directory, name.c_str(), 0600) != 0) return -errno;
+  return ::fchmodat(directory, name.c_str(), 0600, 0) == 0 ? 0 : -errno;
 }
 
 void PauseForAMillisecond() {
@@ -98,9 +115,11 @@ int Connection::OpenFiles() {
   UniqueFd lock;
   if (int error = LockDirectory(directory_.get(), &lock); error != 0) return error;
   if (int error = OpenControl(); error != 0) return error;
-  if (int error = CreateFile(directory_.get(), FileName(".wake")); error != 0) return error;
+  if (int error = CreateFifo(directory_.get(), FileName(".wake")); error != 0) return error;
   const bool alone = ::flock(control_file_.get(), LOCK_EX | LOCK_NB) == 0;
-  if (int error = alone ? OpenAlone() : OpenEnvironment(0); error != 0) return error;
+  if (int error = alone ? OpenAlone() : OpenEnvironment(0); error != 0) {
+    return error == kDamaged ? -EIO : error;
+  }
   if (::flock(control_file_.get(), LOCK_SH | LOCK_NB) != 0) return -errno;
   control_ = MapControl(control_file_.get());
   if (control_ == nullptr) return -errno;
@@ -111,9 +130,9 @@ int Connection::OpenFiles() {
 int Connection::OpenControl() {
   const std::string name = FileName(".control");
   control_file_ = OpenOwnFile(directory_.get(), name, O_RDWR);
-  if (!control_file_ || InspectControl(control_file_.get()) != ControlState::kRetired) {
-    return control_file_ ? 0 : -errno;
-  }
+  if (!control_file_) return -errno;
+  control_info_ = InspectControl(control_file_.get());
+  if (!control_info_.is_retired) return 0;
   if (::unlinkat(directory_.get(), name.c_str(), 0) != 0) return -errno;
   control_file_ = OpenOwnFile(directory_.get(), name, O_RDWR);
   return control_file_ ? 0 : -errno;
@@ -121,31 +140,36 @@ int Connection::OpenControl() {
 
 int Connection::OpenAlone() {
   if (int error = DiscardOtherBoot(); error != 0) return error;
-  if (int error = InitialiseControl(control_file_.get()); error != 0) return error;
-  if (!IsFileSound(directory_.get(), FileName(".mdb"))) {
-    if (int error = SetAside(directory_.get(), FileName(".mdb")); error != 0) return error;
+  if (int error = RemoveFile(directory_.get(), FileName(".mdb-lock")); error != 0) return error;
+  if (int error = InitialiseControl(control_file_.get(), control_info_.sequence); error != 0) {
+    return error;
   }
+  std::vector<Record> rescued;
+  int error = OpenChecked(&rescued);
+  if (error == kDamaged) error = BeginAnew(rescued);
+  if (error == 0 && family_ == Family::kDurable) SyncDirectories(directory_.get());
+  return error;
+}
+
+int Connection::OpenChecked(std::vector<Record>* rescued) {
+  const std::string name = FileName(".mdb");
+  if (!IsFileSound(directory_.get(), name)) return kDamaged;
   if (int error = OpenEnvironment(0); error != 0) return error;
-  if (!AreRecordsSound(environment_.get(), FileName(".mdb"))) {
-    environment_.reset();
-    if (int error = SetAside(directory_.get(), FileName(".mdb")); error != 0) return error;
-    if (int error = OpenEnvironment(0); error != 0) return error;
-  }
-  if (family_ == Family::kDurable) SyncDirectories(directory_.get());
-  return 0;
+  return ReadSoundRecords(environment_.get(), name, rescued) ? 0 : kDamaged;
+}
+
+int Connection::BeginAnew(const std::vector<Record>& rescued) {
+  environment_.reset();
+  if (int error = SetAside(directory_.get(), FileName(".mdb")); error != 0) return error;
+  if (int error = OpenEnvironment(0); error != 0) return error == kDamaged ? -EIO : error;
+  return WriteRecords(environment_.get(), rescued);
 }
 
 // A runtime directory on a disk keeps its files over a reboot; values under "memory/" must not last
 // that long, and were written without care for a crash of the machine.
 int Connection::DiscardOtherBoot() {
-  if (family_ != Family::kMemory) return 0;
-  if (InspectControl(control_file_.get()) == ControlState::kValid) return 0;
-  for (const char* suffix : {".mdb", ".mdb-lock"}) {
-    if (::unlinkat(directory_.get(), FileName(suffix).c_str(), 0) != 0 && errno != ENOENT) {
-      return -errno;
-    }
-  }
-  return 0;
+  if (family_ != Family::kMemory || control_info_.is_of_this_boot) return 0;
+  return RemoveFile(directory_.get(), FileName(".mdb"));
 }
 
 int Connection::OpenEnvironment(unsigned flags) {
@@ -156,8 +180,10 @@ int Connection::OpenEnvironment(unsigned flags) {
     if (family_ == Family::kMemory) flags |= MDB_NOSYNC;
   }
   const int result = Environment::Open(Path(".mdb"), flags, &environment_);
-  if (result < 0) VCONF_LOG_ERROR("cannot open %s: %s", Path(".mdb").c_str(), mdb_strerror(result));
-  return ErrorOfLmdb(result);
+  if (result >= 0) return ErrorOfLmdb(result);
+  // LMDB's own results: the file is not one of its, or of another version.
+  VCONF_LOG_ERROR("cannot open %s: %s", Path(".mdb").c_str(), mdb_strerror(result));
+  return kDamaged;
 }
 
 int Connection::OpenReadOnly() {
@@ -165,7 +191,8 @@ int Connection::OpenReadOnly() {
   if (!directory_) return errno == ENOENT ? 0 : -errno;
   if (::faccessat(directory_.get(), FileName(".mdb").c_str(), F_OK, 0) != 0) return 0;
   if (!IsFileSound(directory_.get(), FileName(".mdb"))) return 0;
-  return OpenEnvironment(MDB_RDONLY);
+  const int error = OpenEnvironment(MDB_RDONLY);
+  return error == kDamaged ? 0 : error;
 }
 
 bool Connection::IsIntact() const {
@@ -244,30 +271,20 @@ int Connection::CopyValues() {
 }
 
 int Connection::PrepareToWake() {
-  if (wake_file_) return 0;
-  wake_file_ = OpenOwnFile(directory_.get(), FileName(".wake"), O_WRONLY);
-  return wake_file_ ? 0 : -errno;
+  if (wake_sender_ != nullptr) return 0;
+  // Open for both: so it has a reader, and can be emptied.
+  UniqueFd fifo = OpenOwnFile(directory_.get(), FileName(".wake"), O_RDWR);
+  if (!fifo) return -errno;
+  wake_sender_ = std::make_shared<WakeSender>(std::move(fifo), control_);
+  return 0;
 }
 
-void Connection::WakeWatchers() {
-  // Watchers say that they sleep and then look once more; we have changed something and then look
-  // who sleeps. With a full barrier on both sides one of the two sees the other.
-  std::atomic_thread_fence(std::memory_order_seq_cst);
-  const std::uint64_t asleep = control_->asleep.load(std::memory_order_relaxed);
-  std::uint64_t woken = control_->woken.load(std::memory_order_relaxed);
-  if (woken >= asleep) return;
-  if (::pwrite(wake_file_.get(), "!", 1, 0) != 1) {
-    // A full disk may refuse even the byte. Closing the file wakes as well.
-    VCONF_LOG_WARNING("cannot write %s: %s", Path(".wake").c_str(), std::strerror(errno));
-    wake_file_.Reset();
-    PrepareToWake();
-  }
-  while (woken < asleep && !control_->woken.compare_exchange_weak(woken, asleep)) {
-  }
+Connection::~Connection() {
+  if (wake_sender_ != nullptr) wake_sender_->Stop();
 }
 
 void Connection::AbandonInForkedChild() {
-  wake_file_.Reset();
+  if (wake_sender_ != nullptr) wake_sender_->AbandonInForkedChild();
   control_file_.Reset();
 }
 

@@ -3,7 +3,7 @@
 // A store is four files in its directory, named after its family (here "db"):
 //
 //   db.mdb          the values (LMDB)          db.mdb-lock   LMDB's readers and its writers' lock
-//   db.control      the control page           db.wake       watched by sleeping watchers
+//   db.control      the control page           db.wake       a FIFO that wakes watchers
 //
 // Everybody who has the store open holds a shared lock on db.control. Who can have it alone is the
 // only one there: it checks the values' file before LMDB, which trusts its file, maps it. A damaged
@@ -15,16 +15,23 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "control.h"
+#include "damage.h"
 #include "key.h"
 #include "lmdb_handles.h"
 #include "unique_fd.h"
+#include "wake_sender.h"
 
 namespace kavrel_vconf {
 
 class Connection {
  public:
+  ~Connection();
+  Connection(const Connection&) = delete;
+  Connection& operator=(const Connection&) = delete;
+
   /// Opens the store, creating what is missing. On a read-only file system the connection can only
   /// read, and has no environment when there is no store. 0 or a negative errno value.
   static int Open(Family family, const std::string& directory, std::unique_ptr<Connection>* result);
@@ -51,12 +58,12 @@ class Connection {
   /// Null on a read-only file system: nothing can change there.
   ControlPage* control() const { return control_; }
 
-  /// Wakes the watchers that sleep, in all processes. Cheap when there are none.
-  void WakeWatchers();
-  /// Opens the file that WakeWatchers writes to. Held open by everybody who has written: should
-  /// this process be killed between a commit and the wake-up, the kernel closes the file, and that
-  /// wakes the watchers just as well.
+  /// Opens the file that wakes watchers. It is held open by everybody who has written: should this
+  /// process be killed between a commit and the wake-up, the kernel closes the file, and that wakes
+  /// the watchers just as well. 0 or a negative errno value.
   int PrepareToWake();
+  /// Null before PrepareToWake.
+  WakeSender* wake_sender() const { return wake_sender_.get(); }
 
   /// In a forked child: closes the descriptors whose closing others wait for, and nothing else.
   void AbandonInForkedChild();
@@ -67,6 +74,8 @@ class Connection {
   int OpenControl();
   int OpenReadOnly();
   int OpenAlone();
+  int OpenChecked(std::vector<Record>* rescued);
+  int BeginAnew(const std::vector<Record>& rescued);
   int OpenEnvironment(unsigned flags);
   int DiscardOtherBoot();
   bool HoldsTheName() const;
@@ -78,7 +87,8 @@ class Connection {
   const std::string directory_path_;
   kavrel_platform::UniqueFd directory_;
   kavrel_platform::UniqueFd control_file_;
-  kavrel_platform::UniqueFd wake_file_;
+  std::shared_ptr<WakeSender> wake_sender_;  // shared with its thread
+  ControlInfo control_info_;
   ControlPage* control_ = nullptr;  // mapped for the life of the process
   std::unique_ptr<Environment> environment_;
   std::size_t noted_size_ = 0;

@@ -50,15 +50,11 @@ bool ReadHead(int fd, Head* head) {
   return head->magic == kMagic && head->format == kFormat && head->size == sizeof(ControlPage);
 }
 
-// Reads one member of a valid page; 0 from any other file.
 template <typename Number>
 Number ReadMember(int fd, std::size_t offset) {
-  Head head;
   Number number = 0;
-  const bool read =
-      ReadHead(fd, &head) && ::pread(fd, &number, sizeof number, static_cast<off_t>(offset)) ==
-                                 static_cast<ssize_t>(sizeof number);
-  return read ? number : 0;
+  const ssize_t size = ::pread(fd, &number, sizeof number, static_cast<off_t>(offset));
+  return size == static_cast<ssize_t>(sizeof number) ? number : 0;
 }
 
 // A hole in the file could only be filled when it is first written through the map, and on a full
@@ -88,17 +84,19 @@ ControlPage* Map(int fd) {
 
 }  // namespace
 
-ControlState InspectControl(int fd) {
+ControlInfo InspectControl(int fd) {
   Head head;
-  if (!ReadHead(fd, &head)) return ControlState::kInvalid;
-  if (ReadMember<std::uint32_t>(fd, offsetof(ControlPage, retired)) != 0) {
-    return ControlState::kRetired;
-  }
-  return head.boot_id == BootId() ? ControlState::kValid : ControlState::kOtherBoot;
+  ControlInfo info;
+  if (!ReadHead(fd, &head)) return info;
+  info.is_valid = true;
+  info.is_retired = ReadMember<std::uint32_t>(fd, offsetof(ControlPage, retired)) != 0;
+  info.is_of_this_boot = head.boot_id == BootId();
+  info.sequence = ReadMember<std::uint64_t>(fd, offsetof(ControlPage, sequence));
+  return info;
 }
 
-int InitialiseControl(int fd) {
-  const std::uint64_t sequence = ReadMember<std::uint64_t>(fd, offsetof(ControlPage, sequence)) + 1;
+int InitialiseControl(int fd, std::uint64_t sequence) {
+  ++sequence;
   if (int error = FillWithZeros(fd); error != 0) return error;
   ControlPage* page = Map(fd);
   if (page == nullptr) return -errno;

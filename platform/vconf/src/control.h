@@ -51,13 +51,18 @@ inline bool IsSettled(std::uint64_t word) {
   return (word & 1) == 0;
 }
 
-/// The file as it is before it is mapped.
-enum class ControlState { kValid, kOtherBoot, kRetired, kInvalid };
-ControlState InspectControl(int fd);
+/// What a control file says before it is mapped.
+struct ControlInfo {
+  bool is_valid = false;  // otherwise the other members say nothing
+  bool is_retired = false;
+  bool is_of_this_boot = false;
+  std::uint64_t sequence = 0;
+};
+ControlInfo InspectControl(int fd);
 
-/// Writes a new page for a store that no other process has open. Words go on counting from what a
-/// valid page held, so that nothing kept by this process can be taken for new. 0 or negative errno.
-int InitialiseControl(int fd);
+/// Writes a new page for a store that no other process has open, its words and its counter beyond
+/// `sequence`: nothing that this process kept before can be taken for new. 0 or negative errno.
+int InitialiseControl(int fd, std::uint64_t sequence);
 
 /// Maps the page of `fd`; null with errno set when it cannot be mapped or is no control page. The
 /// mapping stays for the life of the process: values kept by any thread point into it.

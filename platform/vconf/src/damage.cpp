@@ -1,43 +1,70 @@
 #include "damage.h"
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <cstring>
 
+#include "file_check.h"
 #include "log.h"
 #include "record.h"
+#include "unique_fd.h"
 
 namespace kavrel_vconf {
 
 bool IsFileSound(int directory, const std::string& name) {
-  static_cast<void>(directory);
-  static_cast<void>(name);
-  return true;
+  const kavrel_platform::UniqueFd file(
+      ::openat(directory, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file && errno == ENOENT) return true;
+  if (!file) {
+    VCONF_LOG_ERROR("%s cannot be opened: %s", name.c_str(), std::strerror(errno));
+    return false;
+  }
+  const std::string damage = FileCheck(file.get(), kLargestStore).FindDamage();
+  if (damage.empty()) return true;
+  VCONF_LOG_ERROR("%s: %s", name.c_str(), damage.c_str());
+  return false;
 }
 
-bool AreRecordsSound(Environment* environment, const std::string& name) {
+bool ReadSoundRecords(Environment* environment, const std::string& name,
+                      std::vector<Record>* sound) {
   Transaction transaction;
   Cursor cursor;
-  if (transaction.Begin(environment, MDB_RDONLY) != 0) return false;
-  if (cursor.Open(transaction) != 0) return false;
   std::string_view key;
   std::string_view bytes;
-  int result = cursor.Seek(&key, &bytes);
+  bool all_sound = true;
+  int result = transaction.Begin(environment, MDB_RDONLY);
+  if (result == 0) result = cursor.Open(transaction);
+  if (result == 0) result = cursor.Seek(&key, &bytes);
   for (; result == 0; result = cursor.Next(&key, &bytes)) {
-    const std::string text(key);
-    const std::optional<HashedName> hashed = HashName(text.c_str());
-    Value value;
-    if (!hashed || !ParseKey(*hashed) || !DecodeRecord(*hashed, bytes, &value)) {
-      VCONF_LOG_ERROR("%s: the record of \"%s\" is damaged", name.c_str(), text.c_str());
-      return false;
+    Record record{key, Value()};
+    const std::optional<Key> parsed = ParseKey(record.first.c_str());
+    if (parsed && parsed->name == key && DecodeRecord(*parsed, bytes, &record.second)) {
+      sound->push_back(std::move(record));
+    } else {
+      VCONF_LOG_ERROR("%s: the record of \"%s\" is damaged or of another version", name.c_str(),
+                      record.first.c_str());
+      all_sound = false;
     }
   }
-  if (result == MDB_NOTFOUND) return true;
+  if (result == MDB_NOTFOUND) return all_sound;
   VCONF_LOG_ERROR("%s cannot be read: %s", name.c_str(), mdb_strerror(result));
   return false;
+}
+
+int WriteRecords(Environment* environment, const std::vector<Record>& records) {
+  if (records.empty()) return 0;
+  Transaction transaction;
+  std::string bytes;
+  int result = transaction.Begin(environment, 0);
+  for (std::size_t index = 0; result == 0 && index < records.size(); ++index) {
+    const std::optional<Key> key = ParseKey(records[index].first.c_str());
+    if (!key) continue;
+    EncodeRecord(*key, records[index].second, transaction.Revision(), &bytes);
+    result = transaction.Put(key->name, bytes);
+  }
+  return ErrorOfLmdb(result == 0 ? transaction.Commit() : result);
 }
 
 int SetAside(int directory, const std::string& name) {

@@ -2,8 +2,11 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "lmdb_handles.h"
+#include "record.h"
 
 namespace kavrel_vconf {
 
@@ -11,8 +14,16 @@ namespace kavrel_vconf {
 /// lies within the file and is well-formed. Logs why not. The caller has the store alone.
 bool IsFileSound(int directory, const std::string& name);
 
-/// Whether every record of the environment is whole. Logs the first that is not.
-bool AreRecordsSound(Environment* environment, const std::string& name);
+/// A key with its value.
+using Record = std::pair<std::string, Value>;
+
+/// Reads all records into `sound`. False, with a log line for each, when some are damaged or of
+/// another version of this service, or when the environment cannot be read to its end.
+bool ReadSoundRecords(Environment* environment, const std::string& name,
+                      std::vector<Record>* sound);
+
+/// Writes the records into a fresh environment. 0 or a negative errno value.
+int WriteRecords(Environment* environment, const std::vector<Record>& records);
 
 /// Renames the file to `name`.damaged, in place of an earlier one, and removes its lock file. 0 or
 /// a negative errno value.

@@ -5,9 +5,6 @@
 namespace kavrel_vconf {
 namespace {
 
-// Address space, and the most that a store's file can grow to.
-constexpr std::size_t kMapSize = std::size_t{64} << 20;
-
 // One entry a process and store. The first process to open a store fixes the number.
 constexpr unsigned kMaximumReaders = 2048;
 
@@ -52,7 +49,7 @@ int Environment::Open(const std::string& path, unsigned flags,
   MDB_env* handle = nullptr;
   if (int error = mdb_env_create(&handle); error != 0) return error;
   std::unique_ptr<Environment> environment(new Environment(handle));
-  mdb_env_set_mapsize(handle, kMapSize);
+  mdb_env_set_mapsize(handle, kLargestStore);
   mdb_env_set_maxreaders(handle, kMaximumReaders);
   // Without MDB_NOTLS a thread could hold only one read transaction, and would never give it back.
   const unsigned all_flags = flags | MDB_NOSUBDIR | MDB_NOTLS;

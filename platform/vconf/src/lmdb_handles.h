@@ -11,6 +11,9 @@
 
 namespace kavrel_vconf {
 
+/// Address space of a store, and the most that its file can grow to.
+inline constexpr std::size_t kLargestStore = std::size_t{64} << 20;
+
 /// A negative errno value for what an LMDB function returned; 0 stays 0.
 int ErrorOfLmdb(int result);
 

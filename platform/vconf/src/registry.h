@@ -14,6 +14,7 @@
 
 #include "control.h"
 #include "key.h"
+#include "wake_listener.h"
 
 namespace kavrel_vconf {
 
@@ -52,10 +53,15 @@ class Registry {
 
  private:
   bool IsRegistered(const Key& key, vconf_callback_fn callback) const;
+  static int Register(Watcher* watcher, const Key& key, vconf_callback_fn callback,
+                      void* user_data);
+  std::unique_ptr<WakeListener> TakeListener();
+  void Keep(std::unique_ptr<WakeListener> listener);
 
   Service* const service_;
   std::mutex mutex_;  // guards the watchers and all their lists; not held during callbacks
   std::map<GMainContext*, std::shared_ptr<Watcher>> watchers_;
+  std::vector<std::unique_ptr<WakeListener>> spare_;  // kept from watchers that ended
 };
 
 }  // namespace kavrel_vconf

@@ -34,6 +34,22 @@ void Service::AfterForkInChild() {
   parents->registry_.AbandonInForkedChild();
 }
 
+void Service::AtExit() {
+  Service* service = g_service.load(std::memory_order_acquire);
+  if (service == nullptr) return;
+  service->memory_.FinishWaking();
+  service->durable_.FinishWaking();
+}
+
+namespace {
+
+// When the library is unloaded, which for most programs is when they end.
+[[gnu::destructor]] void Finish() {
+  Service::AtExit();
+}
+
+}  // namespace
+
 Store::Look LookAt(const Key& key) {
   ReadCache* cache = ReadCache::OfThisThread();
   if (cache != nullptr) {

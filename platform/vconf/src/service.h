@@ -19,6 +19,9 @@ class Service {
   Store& StoreOf(Family family) { return family == Family::kMemory ? memory_ : durable_; }
   Registry& registry() { return registry_; }
 
+  /// Finishes what is under way in the background.
+  static void AtExit();
+
  private:
   Service() : memory_(Family::kMemory), durable_(Family::kDurable), registry_(this) {}
   static void AfterForkInChild();

@@ -161,7 +161,7 @@ int Store::Commit(const Key& key, const Value& value, Look* look) {
     if (connection_->control()->retired.load(std::memory_order_acquire) != 0) return kTryAgain;
     result = CommitUnderLock(key, value, look, &wake);
   }
-  if (wake) connection_->WakeWatchers();
+  if (wake) connection_->wake_sender()->Wake();
   Judge(result);
   return IsStuck(result) ? kTryAgain : result;
 }
@@ -253,6 +253,12 @@ ControlPage* Store::Control(int* error) {
   if (*error != 0) return nullptr;
   const std::lock_guard reading(read_mutex_);
   return connection_ != nullptr ? connection_->control() : nullptr;
+}
+
+void Store::FinishWaking() {
+  if (connection_ != nullptr && connection_->wake_sender() != nullptr) {
+    connection_->wake_sender()->Finish();
+  }
 }
 
 void Store::AbandonInForkedChild() {

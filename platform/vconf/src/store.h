@@ -47,6 +47,8 @@ class Store {
 
   const std::string& directory() const { return directory_; }
   Family family() const { return family_; }
+  /// The process is ending: wakes whom its last changes have not woken yet.
+  void FinishWaking();
   void AbandonInForkedChild();
 
  private:

@@ -19,8 +19,25 @@ constexpr std::uint64_t kManyChanges = 8;
 constexpr std::int64_t kShortestPauseUs = 1000;
 constexpr std::int64_t kLongestPauseUs = 4000;
 
-// How often to look when the kernel has no file watch left for us.
-constexpr std::int64_t kPollUs = 100'000;
+constexpr std::int64_t kRetryUs = 100'000;
+
+// How often to look whatever the listener says; negative: never.
+std::int64_t PollInterval(WakeListener::Reach reach) {
+  switch (reach) {
+    case WakeListener::Reach::kEverything:
+      return -1;
+    case WakeListener::Reach::kWakeUps:
+      return 1'000'000;
+    default:
+      return kRetryUs;
+  }
+}
+
+// The sooner of two times to come; negative ones never come.
+std::int64_t Sooner(std::int64_t a, std::int64_t b) {
+  if (a < 0) return b;
+  return b < 0 ? a : std::min(a, b);
+}
 
 struct WatcherSource {
   GSource base;
@@ -73,18 +90,21 @@ Watcher::~Watcher() {
   if (source_ != nullptr) g_source_unref(source_);
 }
 
-void Watcher::Attach(GMainContext* context) {
+void Watcher::Attach() {
   source_ = g_source_new(&source_functions, sizeof(WatcherSource));
   reinterpret_cast<WatcherSource*>(source_)->watcher =
       new std::shared_ptr<Watcher>(shared_from_this());
   g_source_set_static_name(source_, "vconf");
-  if (inotify_.fd() >= 0) g_source_add_unix_fd(source_, inotify_.fd(), G_IO_IN);
-  g_source_attach(source_, context);
+  if (listener_->fd() >= 0) g_source_add_unix_fd(source_, listener_->fd(), G_IO_IN);
+  g_source_attach(source_, context_.get());
 }
 
-void Watcher::Detach() {
-  g_source_destroy(source_);
-  g_source_unref(std::exchange(source_, nullptr));
+std::unique_ptr<WakeListener> Watcher::Detach() {
+  if (source_ != nullptr) {
+    g_source_destroy(source_);
+    g_source_unref(std::exchange(source_, nullptr));
+  }
+  return std::move(listener_);
 }
 
 int Watcher::Prepare(const Key& key) {
@@ -92,26 +112,31 @@ int Watcher::Prepare(const Key& key) {
   return watched.in_use ? 0 : Begin(key.family);
 }
 
-// The watch comes before the page: what replaces the files in between is then noticed.
 int Watcher::Begin(Family family) {
-  Watched& watched = WatchedOf(family);
   int error = 0;
   service_->StoreOf(family).Control(&error);
   if (error != 0) return error;
-  const bool had_inotify = inotify_.fd() >= 0;
-  if (!inotify_.Watch(WakePath(family)) && !polling_) {
-    VCONF_LOG_WARNING("no file watch for %s (%s): looking every %d ms instead",
-                      WakePath(family).c_str(), std::strerror(errno),
-                      static_cast<int>(kPollUs / 1000));
-    polling_ = true;
-  }
-  if (!had_inotify && inotify_.fd() >= 0 && source_ != nullptr) {
-    g_source_add_unix_fd(source_, inotify_.fd(), G_IO_IN);
-  }
-  watched = Watched();
+  Watched watched;
+  watched.in_use = true;
+  watched.reach = Listen(family);
+  // Listening comes before the page: whatever replaces the files from now on is noticed.
   watched.control = service_->StoreOf(family).Control(&error);
-  watched.in_use = error == 0;
+  if (error == 0) WatchedOf(family) = watched;
   return error;
+}
+
+WakeListener::Reach Watcher::Listen(Family family) {
+  const bool was_open = listener_->fd() >= 0;
+  const std::string path = WakePath(family);
+  const WakeListener::Reach reach = listener_->Listen(path);
+  if (reach != WakeListener::Reach::kEverything && WatchedOf(family).reach != reach) {
+    VCONF_LOG_WARNING("cannot listen to %s fully (%s): looking every %d ms", path.c_str(),
+                      std::strerror(errno), static_cast<int>(PollInterval(reach) / 1000));
+  }
+  if (!was_open && listener_->fd() >= 0 && source_ != nullptr) {
+    g_source_add_unix_fd(source_, listener_->fd(), G_IO_IN);
+  }
+  return reach;
 }
 
 std::shared_ptr<WatchedKey> Watcher::Find(const Key& key) const {
@@ -140,6 +165,7 @@ void Watcher::Add(const Key& key, std::shared_ptr<Registration> registration) {
   }
   watched_key->registrations = With(*watched_key->registrations, std::move(registration));
   watched_key->seen_word = 1;
+  if (source_ == nullptr) Attach();
   // Whatever happened before, the context's own thread looks and goes to sleep properly.
   g_source_set_ready_time(source_, 0);
 }
@@ -162,7 +188,7 @@ void Watcher::Dispatch() {
   {
     const std::lock_guard lock(*mutex_);
     if (source_ == nullptr) return;
-    FollowReplacedStores(inotify_.fd() >= 0 && inotify_.Drain());
+    TakeEvents();
     for (Watched& watched : watched_) NoteSpeed(&watched);
     keys = keys_;
   }
@@ -171,11 +197,22 @@ void Watcher::Dispatch() {
   if (source_ != nullptr) PlanNextLook();
 }
 
+void Watcher::TakeEvents() {
+  WakeListener::Events events;
+  if (listener_->fd() >= 0) events = listener_->Drain();
+  // Whoever woke us may not have noted it yet: our ticket is used up all the same.
+  if (events.any) {
+    for (Watched& watched : watched_) watched.ticket = 0;
+  }
+  FollowReplacedStores(events.removed);
+}
+
 void Watcher::FollowReplacedStores(bool files_changed) {
   for (const Family family : {Family::kMemory, Family::kDurable}) {
     Watched& watched = WatchedOf(family);
-    if (!watched.in_use || watched.control == nullptr) continue;
-    if (!files_changed && watched.control->retired.load(std::memory_order_acquire) == 0) continue;
+    if (watched.control == nullptr) continue;
+    const bool is_sure = watched.reach == WakeListener::Reach::kEverything;
+    if (is_sure && !files_changed && !watched.IsRetired()) continue;
     // When it cannot be opened now, the old page stays and PlanNextLook has us try again.
     Begin(family);
     for (const auto& key : *keys_) {
@@ -218,27 +255,23 @@ void Watcher::NoteSpeed(Watched* watched) {
       outrun ? std::clamp(watched->pause_us * 2, kShortestPauseUs, kLongestPauseUs) : 0;
 }
 
-// Takes a ticket unless the last one still stands; see WakeWatchers.
-void Watcher::Sleep(Watched* watched) {
-  ControlPage* control = watched->control;
-  if (watched->ticket > control->woken.load(std::memory_order_relaxed)) return;
-  watched->ticket = control->asleep.fetch_add(1, std::memory_order_seq_cst) + 1;
-}
-
 void Watcher::PlanNextLook() {
-  std::int64_t pause = polling_ ? kPollUs : -1;
+  std::int64_t pause = -1;
   for (Watched& watched : watched_) {
     if (watched.control == nullptr) continue;
-    if (watched.control->retired.load(std::memory_order_acquire) != 0) watched.pause_us = kPollUs;
-    if (watched.pause_us == 0) {
-      Sleep(&watched);
-    } else {
-      pause = pause < 0 ? watched.pause_us : std::min(pause, watched.pause_us);
+    pause = Sooner(pause, PollInterval(watched.reach));
+    if (watched.IsRetired()) pause = Sooner(pause, kRetryUs);
+    if (watched.pause_us > 0) {
+      pause = Sooner(pause, watched.pause_us);
+    } else if (watched.ticket <= watched.control->woken.load(std::memory_order_relaxed)) {
+      watched.ticket = watched.control->asleep.fetch_add(1, std::memory_order_seq_cst) + 1;
     }
   }
   std::atomic_thread_fence(std::memory_order_seq_cst);
-  const auto changed = [this](const auto& key) { return HasChanged(*key); };
-  if (pause < 0 && std::any_of(keys_->begin(), keys_->end(), changed)) pause = 0;
+  const auto changed = [this](const auto& key) {
+    return WatchedOf(key->family).pause_us == 0 && HasChanged(*key);
+  };
+  if (std::any_of(keys_->begin(), keys_->end(), changed)) pause = 0;
   g_source_set_ready_time(source_, pause > 0 ? g_get_monotonic_time() + pause : pause);
 }
 
@@ -247,7 +280,7 @@ bool Watcher::IsInherited() const {
 }
 
 void Watcher::AbandonInForkedChild() {
-  inotify_.Close();
+  listener_->Close();
 }
 
 }  // namespace kavrel_vconf

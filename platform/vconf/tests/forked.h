@@ -1,0 +1,81 @@
+// Other processes of a test, and memory that they share with it.
+#pragma once
+
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+
+namespace kavrel_vconf_test {
+
+/// A forked process that runs a function and ends. Dies with the test; killed and reaped by the
+/// destructor.
+class Forked {
+ public:
+  /// `body` returns the exit code.
+  explicit Forked(const std::function<int()>& body) : pid_(::fork()) {
+    if (pid_ != 0) return;
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::_exit(body());
+  }
+  Forked(const Forked&) = delete;
+  Forked& operator=(const Forked&) = delete;
+  ~Forked() { Kill(); }
+
+  pid_t pid() const { return pid_; }
+  void Signal(int signal) const { ::kill(pid_, signal); }
+
+  /// Stops the process and returns when it stands still.
+  void Stop() const {
+    Signal(SIGSTOP);
+    ::waitpid(pid_, nullptr, WUNTRACED);
+  }
+  void Continue() const { Signal(SIGCONT); }
+
+  void Kill() {
+    if (pid_ <= 0) return;
+    Signal(SIGKILL);
+    Wait();
+  }
+
+  /// Waits for the end. The exit code, or minus the signal that ended it.
+  int Wait() {
+    int status = 0;
+    if (pid_ <= 0 || ::waitpid(pid_, &status, 0) != pid_) return -1000;
+    pid_ = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+  }
+
+ private:
+  pid_t pid_;
+};
+
+/// One object in memory that processes forked later share.
+template <typename Object>
+class Shared {
+ public:
+  Shared()
+      : object_(new (::mmap(nullptr, sizeof(Object), PROT_READ | PROT_WRITE,
+                            MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Object()) {}
+  Shared(const Shared&) = delete;
+  Shared& operator=(const Shared&) = delete;
+  ~Shared() { ::munmap(object_, sizeof(Object)); }
+
+  Object* operator->() const { return object_; }
+  Object& operator*() const { return *object_; }
+
+ private:
+  Object* object_;
+};
+
+/// How often a test repeats what only many repetitions show: `few` in the normal run.
+inline int Repetitions(int few, int many) {
+  return std::getenv("KAVREL_TEST_LONG") != nullptr ? many : few;
+}
+
+}  // namespace kavrel_vconf_test
