@@ -13,6 +13,7 @@ struct Plan {
 };
 
 thread_local Plan the_plan;
+thread_local long live_allocations = 0;
 
 bool ThisOneFails() {
   if (!the_plan.armed || FakeAtWork::Any()) return false;
@@ -37,19 +38,38 @@ int FailingAllocation::count() const {
   return the_plan.count;
 }
 
-}  // namespace kavrel_test
+long LiveAllocations() {
+  return live_allocations;
+}
 
-void* operator new(std::size_t size) {
-  if (kavrel_test::ThisOneFails()) throw std::bad_alloc();
+namespace {
+
+void* Allocate(std::size_t size) {
+  if (ThisOneFails()) throw std::bad_alloc();
   void* const memory = std::malloc(size > 0 ? size : 1);
   if (memory == nullptr) throw std::bad_alloc();
+  ++live_allocations;
   return memory;
 }
 
-void operator delete(void* memory) noexcept {
+void Free(void* memory) {
+  if (memory == nullptr) return;
+  --live_allocations;
   std::free(memory);
 }
 
+}  // namespace
+
+}  // namespace kavrel_test
+
+void* operator new(std::size_t size) {
+  return kavrel_test::Allocate(size);
+}
+
+void operator delete(void* memory) noexcept {
+  kavrel_test::Free(memory);
+}
+
 void operator delete(void* memory, std::size_t /*size*/) noexcept {
-  std::free(memory);
+  kavrel_test::Free(memory);
 }

@@ -34,4 +34,7 @@ class FailingAllocation {
   int count() const;
 };
 
+/// How many pieces of memory this thread has taken with operator new and not given back.
+long LiveAllocations();
+
 }  // namespace kavrel_test

@@ -10,6 +10,9 @@ namespace kavrel_test {
 /// linker's --wrap=free, which the fakes' targets ask for, tells. Any thread.
 char* HandOutText(const std::string& text);
 
+/// Counts a text that somebody else has made with malloc; returns it.
+char* CountText(char* text);
+
 /// How many are out.
 std::size_t LiveTexts();
 

@@ -30,7 +30,8 @@ char* __real_strdup(const char* text);
 char* __wrap_strdup(const char* text);
 
 char* __wrap_strdup(const char* text) {
-  return copies_fail && !kavrel_test::FakeAtWork::Any() ? nullptr : __real_strdup(text);
+  if (kavrel_test::FakeAtWork::Any()) return __real_strdup(text);
+  return copies_fail ? nullptr : kavrel_test::CountText(__real_strdup(text));
 }
 
 }  // extern "C"
@@ -126,6 +127,49 @@ TEST_F(StateMemory, DeliveryAllocatesNothing) {
   kavrel::state::KavrelVconfCb(&node, nullptr);
   EXPECT_FALSE(failing.has_failed());
   EXPECT_EQ(first_calls, 1);
+}
+
+void LeaveAndJoin(valuenode_s* node, void* user_data) {
+  Second(node, user_data);
+  EXPECT_EQ(kavrel_unregister_pip_focus_change_cb(&LeaveAndJoin), 0);
+  EXPECT_EQ(kavrel_register_pip_focus_change_cb(&LeaveAndJoin, user_data), 0);
+}
+
+// What leaves during a delivery is kept until its end, and no longer.
+TEST_F(StateMemory, LeavingAndJoiningAtEveryChangeKeepsMemoryAsItIs) {
+  ASSERT_EQ(kavrel_register_pip_focus_change_cb(&First, nullptr), 0);
+  ASSERT_EQ(kavrel_register_pip_focus_change_cb(&LeaveAndJoin, nullptr), 0);
+  keynode_t node{kKey, VCONF_TYPE_INT, 1};
+  const auto live_after_a_change = [&] {
+    kavrel::state::KavrelVconfCb(&node, nullptr);
+    store_.TakeCalls();
+    return LiveAllocations();
+  };
+  const long before = live_after_a_change();
+  for (int change = 0; change < 100; ++change) EXPECT_EQ(live_after_a_change(), before);
+  EXPECT_EQ(second_calls, 101);
+  EXPECT_EQ(kavrel_unregister_pip_focus_change_cb(&LeaveAndJoin), 0);
+}
+
+TEST_F(StateMemory, TextsThatNobodyGetsAreFreed) {
+  for (const char* key : {"memory/kavrel/viewer_state", "memory/kavrel/rating_locked"}) {
+    for (const char* text : {"locked", ""}) {
+      store_.values()[key] = VconfValue::String(text);
+      bool locked = false;
+      kavrel_get_kavrel_state();
+      kavrel_get_rating_locked(&locked);
+      EXPECT_EQ(LiveTexts(), 0U) << key << " \"" << text << '"';
+    }
+  }
+}
+
+TEST_F(StateMemory, CopyOfATextIsTheCallers) {
+  store_.values()["k"] = VconfValue::String("text");
+  {
+    const kavrel::state::StoredText text(kavrel::state::GetVconfStrKey("k"));
+    EXPECT_EQ(LiveTexts(), 1U);
+  }
+  EXPECT_EQ(LiveTexts(), 0U);
 }
 
 TEST_F(StateMemory, TextThatCannotBeCopiedIsNoText) {
