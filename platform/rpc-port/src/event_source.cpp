@@ -1,6 +1,6 @@
 #include "event_source.h"
 
-#include <atomic>
+#include <handover.h>
 
 #include "clock.h"
 #include "guard.h"
@@ -17,8 +17,7 @@ struct Slot {
 
 }  // namespace
 
-// What a source has. Once `is_published` it belongs to the thread that runs the context; the flag
-// hands it over by means that the language knows of, and not by GLib's locks alone.
+// What a source has. Once attached it belongs to the thread that runs the context.
 //
 // A handler may run the main context itself, within which it must not be called again. GLib would
 // see to that by taking the descriptors out of the poll set for every call and waking itself up
@@ -32,7 +31,6 @@ struct EventSource::State {
   bool is_running = false;
   bool is_muted = false;
   gint64 ready_time = -1;  // what is set when not muted
-  std::atomic<bool> is_published{false};
 
   void Mute(GSource* source) {
     is_muted = true;
@@ -56,7 +54,7 @@ struct EventSource::State {
 
 gboolean EventSource::Dispatch(GSource* source, GSourceFunc, gpointer data) {
   auto& state = *static_cast<State*>(data);
-  if (!state.is_published.load(std::memory_order_acquire)) return G_SOURCE_CONTINUE;
+  kavrel_platform::TakeObject(data);
   if (state.is_running) {
     state.Mute(source);
     return G_SOURCE_CONTINUE;
@@ -66,6 +64,7 @@ gboolean EventSource::Dispatch(GSource* source, GSourceFunc, gpointer data) {
   RunGuarded("the dispatch of an event", [&] { goes_on = state.handler(); });
   state.is_running = false;
   if (state.is_muted) state.Unmute(source);
+  kavrel_platform::GiveObject(data);
   return goes_on ? G_SOURCE_CONTINUE : G_SOURCE_REMOVE;
 }
 
@@ -80,11 +79,13 @@ EventSource::EventSource(GMainContext* context, const char* name, int fd, std::i
   ::g_source_set_can_recurse(source_, TRUE);
   // GLib insists on a function; Dispatch itself does the work.
   const GSourceFunc unused = [](gpointer) -> gboolean { return G_SOURCE_REMOVE; };
-  ::g_source_set_callback(source_, unused, state_,
-                          [](gpointer data) { delete static_cast<State*>(data); });
+  ::g_source_set_callback(source_, unused, state_, [](gpointer data) {
+    kavrel_platform::TakeObject(data);
+    delete static_cast<State*>(data);
+  });
   Watch(0, fd);
   WakeAt(when_ms);
-  state_->is_published.store(true, std::memory_order_release);
+  kavrel_platform::GiveObject(state_);
   ::g_source_attach(source_, context);
 }
 

@@ -1,18 +1,23 @@
 #include "pair.h"
 
+#include <handover.h>
+
 #include <algorithm>
 #include <cstdlib>
 
 namespace rpc_test {
 namespace {
 
+using Work = std::function<void()>;
+
 gboolean RunWork(gpointer data) {
-  (*static_cast<std::function<void()>*>(data))();
+  kavrel_platform::TakeObject(data);
+  (*static_cast<Work*>(data))();
   return G_SOURCE_REMOVE;
 }
 
 void DeleteWork(gpointer data) {
-  delete static_cast<std::function<void()>*>(data);
+  delete static_cast<Work*>(data);
 }
 
 }  // namespace
@@ -36,8 +41,9 @@ LoopThread::~LoopThread() {
 void LoopThread::Post(std::function<void()> work) {
   GSource* const source = ::g_idle_source_new();
   ::g_source_set_priority(source, G_PRIORITY_DEFAULT);
-  ::g_source_set_callback(source, &RunWork, new std::function<void()>(std::move(work)),
-                          &DeleteWork);
+  auto* const data = new Work(std::move(work));
+  kavrel_platform::GiveObject(data);
+  ::g_source_set_callback(source, &RunWork, data, &DeleteWork);
   ::g_source_attach(source, context_);
   ::g_source_unref(source);
 }
@@ -222,6 +228,8 @@ TestClient::TestClient(LoopThread& thread) : thread_(thread) {
 
 TestClient::~TestClient() {
   Destroy();
+  // A callback that destroyed the proxy itself may still be on its way out.
+  thread_.Do([] {});
 }
 
 int TestClient::Destroy() {
@@ -238,11 +246,6 @@ int TestClient::Connect(const char* port_name) {
 
 void TestClient::OnEvent(const std::string& event, Hook hook) {
   hooks_.emplace_back(event, std::move(hook));
-}
-
-rpc_port_h TestClient::CallbackPort() const {
-  rpc_port_h port = nullptr;
-  return ::rpc_port_proxy_get_port(proxy_, RPC_PORT_PORT_CALLBACK, &port) == 0 ? port : nullptr;
 }
 
 bool TestClient::WaitForEvent(const std::string& event) {
@@ -272,8 +275,10 @@ void TestClient::Note(const std::string& event) {
 }
 
 void TestClient::Connected(const char*, const char*, rpc_port_h port, void* self) {
-  static_cast<TestClient*>(self)->port_ = port;
-  static_cast<TestClient*>(self)->Note("connected");
+  auto& client = *static_cast<TestClient*>(self);
+  client.port_ = port;
+  ::rpc_port_proxy_get_port(client.proxy_, RPC_PORT_PORT_CALLBACK, &client.callback_port_);
+  client.Note("connected");
 }
 
 void TestClient::Disconnected(const char*, const char*, void* self) {

@@ -28,10 +28,9 @@ class Watched {
  public:
   template <typename Change>
   void Update(Change change) {
-    {
-      const std::lock_guard lock(mutex_);
-      change(value_);
-    }
+    // Notified under the lock: who waits may be the owner, and gone right afterwards.
+    const std::lock_guard lock(mutex_);
+    change(value_);
     changed_.notify_all();
   }
   /// Whether the condition came true in a generous time.
@@ -174,7 +173,7 @@ class TestClient {
 
   rpc_port_proxy_h proxy() const { return proxy_; }
   rpc_port_h port() const { return port_; }
-  rpc_port_h CallbackPort() const;
+  rpc_port_h CallbackPort() const { return callback_port_; }
   Watched<Events>& events() { return events_; }
   bool WaitForEvent(const std::string& event);
 
@@ -193,6 +192,7 @@ class TestClient {
   LoopThread& thread_;
   rpc_port_proxy_h proxy_ = nullptr;
   rpc_port_h port_ = nullptr;
+  rpc_port_h callback_port_ = nullptr;
   std::vector<std::pair<std::string, Hook>> hooks_;
   Watched<Events> events_;
 };
