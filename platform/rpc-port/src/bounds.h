@@ -11,8 +11,6 @@ inline constexpr std::size_t kMaxTagLength = 255;
 inline constexpr std::size_t kMaxFrameSize = 1024 * 1024;
 /// What a service keeps for a client that does not read.
 inline constexpr std::size_t kMaxOutboxSize = 4 * 1024 * 1024;
-/// A connection that does not stand after this time is given up by the service.
-inline constexpr std::int64_t kHandshakeTimeoutMs = 5000;
 /// Sockets that have been accepted and have not said yet what they are.
 inline constexpr std::size_t kMaxGuests = 256;
 /// Requests of one client that are delivered before another client's turn.
@@ -24,7 +22,8 @@ std::int64_t ClientTimeoutMs();
 struct ServiceLimits {
   std::size_t connections;           // KAVREL_RPC_MAX_CONNECTIONS
   std::size_t connections_per_user;  // KAVREL_RPC_MAX_CONNECTIONS_PER_USER
-  std::int64_t partial_timeout_ms;   // KAVREL_RPC_PARTIAL_TIMEOUT_MS
+  // KAVREL_RPC_PARTIAL_TIMEOUT_MS: how long a client may take over one parcel or its greetings.
+  std::int64_t partial_timeout_ms;
 };
 
 ServiceLimits ServiceLimitsFromEnvironment();

@@ -30,7 +30,7 @@ Port& Connection::port(rpc_port_port_type_e type) {
 }
 
 bool Connection::AwaitCallback() {
-  poller_.SetDeadline(main_watch_, NowMs() + kHandshakeTimeoutMs);
+  poller_.SetDeadline(main_watch_, NowMs() + partial_timeout_ms_);
   return poller_.Add(link_->main(), EPOLLRDHUP, main_watch_);
 }
 

@@ -4,6 +4,8 @@
 #include <cerrno>
 #include <system_error>
 
+#include "guard.h"
+
 namespace kavrel_rpc {
 namespace {
 
@@ -133,15 +135,20 @@ std::size_t Poller::FindSlot(const Watch& watch) {
 
 void Poller::Turn() {
   ++turn_;
-  CallOverdue();
-  CallPending();
-  CallDirect();
-  if (!is_stopped_ && source_->IsReady(0)) CallReady();
+  is_unfinished_ = false;
+  RunGuarded("a turn of the poller", [this] {
+    CallPending();
+    CallDirect();
+    if (!is_stopped_ && source_->IsReady(0)) CallReady();
+    CallOverdue();
+  });
   if (!is_stopped_) Schedule();
 }
 
+// Last, and only when all that is here has been read: after a callback that took long, what others
+// sent in time must not count as late.
 void Poller::CallOverdue() {
-  if (deadlines_.empty()) return;
+  if (deadlines_.empty() || is_unfinished_ || !pending_.empty()) return;
   const std::int64_t now = NowMs();
   while (!is_stopped_ && !deadlines_.empty() && deadlines_.begin()->first <= now) {
     Watch& watch = *deadlines_.begin()->second;
@@ -171,6 +178,7 @@ void Poller::CallDirect() {
 void Poller::CallReady() {
   ready_count_ =
       std::max(::epoll_wait(epoll_.get(), ready_.data(), static_cast<int>(ready_.size()), 0), 0);
+  if (ready_count_ == static_cast<int>(ready_.size())) NoteUnfinished();
   for (int i = 0; i < ready_count_ && !is_stopped_; ++i) {
     const auto& entry = ready_[static_cast<std::size_t>(i)];
     if (entry.data.ptr == nullptr) continue;

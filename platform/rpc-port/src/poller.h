@@ -80,7 +80,10 @@ class Poller {
   /// Tells that there was input in this turn: the busiest are watched directly.
   void NoteBusy(Watch& watch);
 
-  /// One round of what is due, pending and ready, without waiting.
+  /// There is more to read than the watch took in this turn.
+  void NoteUnfinished() { is_unfinished_ = true; }
+
+  /// One round of what is ready, pending and due, without waiting.
   void Turn();
   /// Ends the round that is under way; no more calls at all.
   void Stop() { is_stopped_ = true; }
@@ -100,6 +103,7 @@ class Poller {
   EventSource* source_ = nullptr;
   bool is_stopped_ = false;
   bool is_epoll_polled_ = true;
+  bool is_unfinished_ = false;            // this turn leaves something to read
   std::size_t behind_epoll_ = 0;          // watches that wait for input there
   std::atomic<int> waiting_for_room_{0};  // watches that wait for room there
   std::uint64_t turn_ = 0;

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <mutex>
+#include <new>
 #include <vector>
 
 namespace kavrel_rpc::internal {
@@ -56,11 +57,18 @@ void UnlockDescriptors() {
   errno = saved;
 }
 
-void EnterDescriptor(int fd) {
+bool EnterDescriptor(int fd) noexcept {
   auto& entered = TheDescriptors().entered;
   const auto index = static_cast<std::size_t>(fd);
-  if (index >= entered.size()) entered.resize(index + 64);
+  try {
+    if (index >= entered.size()) entered.resize(index + 64);
+  } catch (const std::bad_alloc&) {
+    ::close(fd);
+    errno = ENOMEM;
+    return false;
+  }
   entered[index] = true;
+  return true;
 }
 
 void CloseDescriptor(int fd) {

@@ -14,7 +14,8 @@ namespace internal {
 extern std::atomic<unsigned> fork_generation;
 void LockDescriptors();
 void UnlockDescriptors();
-void EnterDescriptor(int fd);
+/// False without memory, which closes the descriptor.
+bool EnterDescriptor(int fd) noexcept;
 void CloseDescriptor(int fd);
 }  // namespace internal
 
@@ -55,8 +56,8 @@ class OwnedFd : private ProcessBound {
   static OwnedFd Open(Opener opener) {
     OwnedFd owned;
     internal::LockDescriptors();
-    owned.fd_ = opener();
-    if (owned.fd_ >= 0) internal::EnterDescriptor(owned.fd_);
+    const int fd = opener();
+    if (fd >= 0 && internal::EnterDescriptor(fd)) owned.fd_ = fd;
     internal::UnlockDescriptors();
     return owned;
   }

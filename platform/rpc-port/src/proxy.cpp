@@ -71,10 +71,10 @@ int Proxy::GetPort(rpc_port_port_type_e type, rpc_port_h* port) {
 
 // Claims the proxy for one connect.
 int Proxy::Begin(const std::string& app_id, const std::string& port_name) {
-  if (state_ == State::kConnecting) return -EALREADY;
   NoticeEnd();
   if (is_destroyed_) return -ECANCELED;
-  if (state_ == State::kConnected) return -EISCONN;
+  // Also when a callback that noticed the end has connected anew.
+  if (state_ != State::kIdle) return state_ == State::kConnected ? -EISCONN : -EALREADY;
   endpoint_ = app_id;
   port_name_ = port_name;
   state_ = State::kConnecting;
@@ -145,7 +145,12 @@ int Proxy::ConnectSync(const std::string& app_id, const std::string& port_name) 
 
 int Proxy::Conclude(ClientHandshake& handshake, ClientHandshake::State state) {
   if (state == ClientHandshake::State::kDone) {
-    Adopt(handshake);
+    try {
+      Adopt(handshake);
+    } catch (...) {
+      Abandon(-ENOMEM);
+      throw;
+    }
     return is_destroyed_ ? -ECANCELED : 0;
   }
   state_ = State::kIdle;

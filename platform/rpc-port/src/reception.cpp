@@ -49,8 +49,12 @@ void Refuse(int socket, int code) {
   SendGreeting(socket, Answer::Make(code, {}));
 }
 
-Reception::Reception(ReceptionOwner& owner, Poller& poller, TrustedUsers users)
-    : owner_(owner), poller_(poller), users_(std::move(users)) {}
+Reception::Reception(ReceptionOwner& owner, Poller& poller, TrustedUsers users,
+                     std::int64_t greeting_timeout_ms)
+    : owner_(owner),
+      poller_(poller),
+      users_(std::move(users)),
+      greeting_timeout_ms_(greeting_timeout_ms) {}
 
 Reception::~Reception() {
   Close();
@@ -83,6 +87,7 @@ void Reception::AcceptSome() {
   for (int i = 0; i < kAcceptsInARow; ++i) {
     if (!IsListening() || !AcceptOne()) return;
   }
+  poller_.NoteUnfinished();
 }
 
 // False when there is nobody to accept just now.
@@ -132,7 +137,7 @@ void Reception::Receive(OwnedFd socket) {
   Guest& guest = guests_.emplace_back(*this, std::move(socket), *client);
   guest.position = std::prev(guests_.end());
   if (!poller_.Add(guest.fd(), EPOLLIN, guest)) return Dismiss(guest, "cannot be watched");
-  poller_.SetDeadline(guest, NowMs() + kHandshakeTimeoutMs);
+  poller_.SetDeadline(guest, NowMs() + greeting_timeout_ms_);
   Read(guest);  // the greeting is here as a rule
 }
 

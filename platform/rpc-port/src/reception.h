@@ -29,7 +29,8 @@ class ReceptionOwner {
 /// Accepts, checks credentials and reads greetings. For the thread that delivers events.
 class Reception {
  public:
-  Reception(ReceptionOwner& owner, Poller& poller, TrustedUsers users);
+  Reception(ReceptionOwner& owner, Poller& poller, TrustedUsers users,
+            std::int64_t greeting_timeout_ms);
   ~Reception();
 
   int Listen(const std::string& app_id, const std::string& port_name);
@@ -63,6 +64,7 @@ class Reception {
   ReceptionOwner& owner_;
   Poller& poller_;
   const TrustedUsers users_;
+  const std::int64_t greeting_timeout_ms_;
   ListeningSocket listener_;
   ListenerWatch listener_watch_{*this};
   bool is_paused_ = false;

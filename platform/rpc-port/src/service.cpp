@@ -33,7 +33,7 @@ Service::Service(std::string app_id, std::string port_name)
       port_name_(std::move(port_name)),
       limits_(ServiceLimitsFromEnvironment()),
       context_(::g_main_context_ref_thread_default()),
-      reception_(*this, poller_, TrustedUsers::FromEnvironment()),
+      reception_(*this, poller_, TrustedUsers::FromEnvironment(), limits_.partial_timeout_ms),
       passing_(kPassingSize) {}
 
 Service::~Service() {

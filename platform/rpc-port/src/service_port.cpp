@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <new>
 
 #include "bounds.h"
 
@@ -46,7 +47,13 @@ int ServicePort::Keep(Bytes bytes) {
     return -EPIPE;
   }
   const bool was_empty = outbox_.empty();
-  outbox_.insert(outbox_.end(), bytes.begin(), bytes.end());
+  try {
+    outbox_.insert(outbox_.end(), bytes.begin(), bytes.end());
+  } catch (const std::bad_alloc&) {
+    // Part of the parcel may have been sent: without the rest the client cannot go on.
+    owner_.Drop("there is no memory for what it does not read");
+    return -ENOMEM;
+  }
   if (was_empty && is_open_) poller_.AwaitRoom(true, watch_);
   return 0;
 }
