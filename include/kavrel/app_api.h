@@ -56,7 +56,8 @@ KAVREL_EXPORT kavrel_api_h kavrel_api_create(const char* app_id);
 /// handle twice is undefined.
 KAVREL_EXPORT void kavrel_api_destroy(kavrel_api_h handle);
 
-/// Method 2, one-way: switch the viewer to another source.
+/// Method 2, one-way: switch the viewer to another source. Like each tuning command it ends a
+/// rating lock, a lost signal, teletext and the loading screen.
 /// @param a1  string, item 1 of the request: source type such as "HDMI"
 /// @param a2  string, item 2 of the request: source number
 /// @param a3  string, item 3 of the request: label
@@ -70,20 +71,22 @@ KAVREL_EXPORT void kavrel_api_change_source(kavrel_api_h handle, const char* a1,
 /// @param out2  int, field 2 of the result: top
 /// @param out3  int, field 3 of the result: width
 /// @param out4  int, field 4 of the result: height
-/// @return true when there is a selection window; false on failure too
+/// @return true: there always is a selection window; false on failure
 KAVREL_EXPORT bool kavrel_api_get_selection_window_info(kavrel_api_h handle, int& out1, int& out2,
                                                         int& out3, int& out4);
 
-/// Method 4, answered: ask within which limits the selection window moves.
+/// Method 4, answered: ask within which limits the selection window moves. They follow from its
+/// size, which follows from its zoom level: it always lies wholly on the picture of 1920 by 1080.
 /// @param out1  int, field 1 of the result: least left
 /// @param out2  int, field 2 of the result: least top
 /// @param out3  int, field 3 of the result: greatest left
 /// @param out4  int, field 4 of the result: greatest top
-/// @return true when there is a selection window; false on failure too
+/// @return true: there always is a selection window; false on failure
 KAVREL_EXPORT bool kavrel_api_get_selection_window_move_range(kavrel_api_h handle, int& out1,
                                                               int& out2, int& out3, int& out4);
 
-/// Method 5, answered: keep the selection window's position.
+/// Method 5, answered: keep a position of the selection window, with its present zoom level, for
+/// when the viewer is initialised (kavrel_api_send_init_command). The window itself stays.
 /// @param a1  int, item 1 of the request: left
 /// @param a2  int, item 2 of the request: top
 /// @return true when the position was within the move range and is kept; false on failure too
@@ -95,18 +98,20 @@ KAVREL_EXPORT bool kavrel_api_store_selection_window_info(kavrel_api_h handle, i
 /// @return true when the position was within the move range and is taken; false on failure too
 KAVREL_EXPORT bool kavrel_api_move_selection_window_to(kavrel_api_h handle, int a1, int a2);
 
-/// Method 7, answered: set the selection window's zoom level.
-/// @param a1  int, item 1 of the request: zoom level, 0 to 4
+/// Method 7, answered: set the selection window's zoom level. The window keeps its middle as far as
+/// the picture's edges allow.
+/// @param a1  int, item 1 of the request: zoom level, 0 (largest window) to 4
 /// @return true when the level is one the viewer has; false on failure too
 KAVREL_EXPORT bool kavrel_api_change_selection_window_zoom_level(kavrel_api_h handle, int a1);
 
 /// Method 8, answered: ask for the viewer's window size.
-/// @param out1  int, field 1 of the result: size code
-/// @return true when a window is open; false on failure too
+/// @param out1  int, field 1 of the result: size code: 0 full screen, 1 three quarters, 2 half, 3 a
+///              quarter
+/// @return true: the viewer always has a window; false on failure
 KAVREL_EXPORT bool kavrel_api_get_window_size(kavrel_api_h handle, int& out1);
 
 /// Method 9, answered: set the viewer's window size.
-/// @param a1  int, item 1 of the request: size code, 0 to 3
+/// @param a1  int, item 1 of the request: size code, 0 to 3 as above
 /// @return true when the size is one the viewer has; false on failure too
 KAVREL_EXPORT bool kavrel_api_set_window_size(kavrel_api_h handle, int a1);
 
@@ -120,30 +125,32 @@ KAVREL_EXPORT void kavrel_api_send_mbr_key(kavrel_api_h handle, int a1, int a2, 
                                            const std::string& a4,
                                            const std::vector<std::string>& a5);
 
-/// Method 33, one-way: send a free command.
+/// Method 33, one-way: send a free command. "pip-focus" with "main" or "pip" moves the focus; other
+/// commands pass through the viewer without effect.
 /// @param a1  string, item 1 of the request: command
 /// @param a2  string, item 2 of the request: argument
 KAVREL_EXPORT void kavrel_api_send_command(kavrel_api_h handle, const std::string& a1,
                                            const std::string& a2);
 
 /// Method 34, one-way: allow a banner to be shown.
-/// @param a1  string, item 1 of the request: banner name
+/// @param a1  string, item 1 of the request: banner name, as app_api_show.h gives it
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_enable_banner(kavrel_api_h handle, const std::string& a1,
                                             const std::string& a2);
 
-/// Method 35, one-way: keep a banner from being shown.
+/// Method 35, one-way: keep a banner from being shown, and hide it if it is.
 /// @param a1  string, item 1 of the request: banner name
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_disable_banner(kavrel_api_h handle, const std::string& a1,
                                              const std::string& a2);
 
-/// Method 36, one-way: tell the viewer to initialise.
-/// @param a1  string, item 1 of the request: argument
+/// Method 36, one-way: tell the viewer to initialise: nothing shown, no picture-in-picture, full
+/// screen, the selection window where it was stored. Channel, language and disabled banners stay.
+/// @param a1  string, item 1 of the request: argument, for the log
 KAVREL_EXPORT void kavrel_api_send_init_command(kavrel_api_h handle, const std::string& a1);
 
 /// Method 37, one-way: hide a banner.
-/// @param a1  string, item 1 of the request: banner name
+/// @param a1  string, item 1 of the request: banner name, or "all"
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_send_hide_banner(kavrel_api_h handle, const std::string& a1,
                                                const std::string& a2);
@@ -164,14 +171,16 @@ KAVREL_EXPORT void kavrel_api_set_tvs_hint(kavrel_api_h handle, const std::strin
 
 /// Method 41, one-way: act on a notification.
 /// @param a1  string, item 1 of the request: notification name
-/// @param a2  int, item 2 of the request: action number
+/// @param a2  int, item 2 of the request: action number; 0 hides the banner of that name, others
+///            pass through the viewer without effect
 KAVREL_EXPORT void kavrel_api_notification_command(kavrel_api_h handle, const std::string& a1,
                                                    int a2);
 
 /// Method 42, one-way: tune to a channel.
-/// @param a1  string, item 1 of the request: channel number
-/// @param a2  string, item 2 of the request: channel name
-/// @param a3  string, item 3 of the request: source
+/// @param a1  string, item 1 of the request: channel number; empty is refused
+/// @param a2  string, item 2 of the request: channel name; empty: the one the viewer knows
+/// @param a3  string, item 3 of the request: source such as "DVB-T"; empty: the one the viewer
+/// knows
 /// @param a4  string, item 4 of the request: caller
 KAVREL_EXPORT void kavrel_api_tunechannel(kavrel_api_h handle, const std::string& a1,
                                           const std::string& a2, const std::string& a3,
@@ -185,13 +194,13 @@ KAVREL_EXPORT void kavrel_api_tunechannel_main(kavrel_api_h handle, const std::s
 
 /// Method 44, one-way: tune by major and minor channel number.
 /// @param a1  int, item 1 of the request: major number
-/// @param a2  int, item 2 of the request: minor number
+/// @param a2  int, item 2 of the request: minor number, 0 for none
 /// @param a3  string, item 3 of the request: caller
 KAVREL_EXPORT void kavrel_api_tunechannel_major(kavrel_api_h handle, int a1, int a2,
                                                 const std::string& a3);
 
-/// Method 45, one-way: tune the picture-in-picture window.
-/// @param a1  string, item 1 of the request: channel number
+/// Method 45, one-way: open the picture-in-picture window on a channel, or close it.
+/// @param a1  string, item 1 of the request: channel number; empty closes the window
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_tunechannel_pip(kavrel_api_h handle, const std::string& a1,
                                               const std::string& a2);
@@ -206,10 +215,11 @@ KAVREL_EXPORT void kavrel_api_svcid_tune(kavrel_api_h handle, const std::string&
                                          const std::string& a4);
 
 /// Method 47, one-way: show the loading screen.
-/// @param a1  string, item 1 of the request: text
+/// @param a1  string, item 1 of the request: text; empty hides the screen
 KAVREL_EXPORT void kavrel_api_show_loading(kavrel_api_h handle, const std::string& a1);
 
-/// Method 48, one-way: send a discrete remote-control command.
+/// Method 48, one-way: send a discrete remote-control command. "teletext" with "on" or "off" shows
+/// and leaves teletext; other commands pass through the viewer without effect.
 /// @param a1  string, item 1 of the request: command
 /// @param a2  string, item 2 of the request: argument
 KAVREL_EXPORT void kavrel_api_send_discrete_command(kavrel_api_h handle, const std::string& a1,
@@ -234,7 +244,7 @@ KAVREL_EXPORT void kavrel_api_send_storagecommand(kavrel_api_h handle, const std
 KAVREL_EXPORT void kavrel_api_set_hbbtv_state(kavrel_api_h handle, const std::string& a1);
 
 /// Method 52, one-way: tune as the voice application asks.
-/// @param a1  string, item 1 of the request: channel asked for
+/// @param a1  string, item 1 of the request: channel asked for, its name or number
 KAVREL_EXPORT void kavrel_api_voiceapprequest_tune(kavrel_api_h handle, const std::string& a1);
 
 /// Method 53, one-way: leave teletext.
@@ -242,8 +252,9 @@ KAVREL_EXPORT void kavrel_api_voiceapprequest_tune(kavrel_api_h handle, const st
 KAVREL_EXPORT void kavrel_api_exit_ttx(kavrel_api_h handle, const std::string& a1);
 
 /// Method 54, answered: ask for the viewer's state on behalf of Vistane.
-/// @param out1  int, field 1 of the result: state
-/// @return the viewer's verdict, 0 when all is well; 0 on failure too
+/// @param out1  int, field 1 of the result: state: 0 running, 1 loading, 2 no signal, 3 locked by
+///              rating
+/// @return the viewer's verdict: 0 when the picture can be seen (state 0), else 1; 0 on failure too
 KAVREL_EXPORT int kavrel_api_check_state_for_vistane(kavrel_api_h handle, int& out1);
 
 }  // extern "C"
