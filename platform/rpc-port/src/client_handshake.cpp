@@ -104,7 +104,9 @@ ClientHandshake::State ClientHandshake::ReadAnswer() {
 }
 
 ClientHandshake::State ClientHandshake::TakeAnswer(const Answer& answer) {
-  if (!answer.IsValid()) {
+  const std::string instance(answer.text.Get());
+  const bool needs_instance = kind_ == HelloKind::kMain && answer.result == 0;
+  if (!answer.IsValid() || (needs_instance && instance.empty())) {
     RPC_LOG_ERROR("the service's answer is not one: wrong version or no service at all");
     return End(State::kFailed, -EIO);
   }
@@ -115,7 +117,6 @@ ClientHandshake::State ClientHandshake::TakeAnswer(const Answer& answer) {
     MakeBlocking(main_.get());
     return State::kDone;
   }
-  const std::string instance(answer.text.Get());
   if (const int result = BeginSocket(HelloKind::kCallback, instance); result != 0) {
     return End(State::kFailed, result);
   }

@@ -115,8 +115,8 @@ bool RawSocket::Send(const Bytes& bytes) const {
          static_cast<ssize_t>(bytes.size());
 }
 
-bool RawSocket::SendWithDescriptors(const Bytes& bytes, int count) const {
-  const std::vector<int> descriptors(static_cast<std::size_t>(count), fd());
+bool SendWithDescriptors(int socket, const Bytes& bytes, int count) {
+  const std::vector<int> descriptors(static_cast<std::size_t>(count), socket);
   const std::size_t size = descriptors.size() * sizeof(int);
   Bytes control(CMSG_SPACE(size));
   struct iovec piece {
@@ -132,7 +132,7 @@ bool RawSocket::SendWithDescriptors(const Bytes& bytes, int count) const {
   header->cmsg_type = SCM_RIGHTS;
   header->cmsg_len = CMSG_LEN(size);
   std::memcpy(CMSG_DATA(header), descriptors.data(), size);
-  return ::sendmsg(fd(), &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
+  return ::sendmsg(socket, &message, MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
 }
 
 Bytes HelloBytes(std::uint32_t magic, std::uint16_t version, std::uint16_t kind,

@@ -46,6 +46,9 @@ struct RawAnswer {
   std::string text;
 };
 
+/// Sends bytes with `count` descriptors beside them. Whether the kernel took all.
+bool SendWithDescriptors(int socket, const Bytes& bytes, int count);
+
 /// One blocking socket to a service, bounded by a generous time-out.
 class RawSocket {
  public:
@@ -58,7 +61,9 @@ class RawSocket {
 
   /// Whether the service took all of it.
   bool Send(const Bytes& bytes) const;
-  bool SendWithDescriptors(const Bytes& bytes, int count) const;
+  bool SendWithDescriptors(const Bytes& bytes, int count) const {
+    return rpc_test::SendWithDescriptors(fd(), bytes, count);
+  }
   bool SendHello(std::uint16_t kind, const std::string& text) const;
   std::optional<RawAnswer> ReadAnswer() const;
   /// A whole frame, its size included; nothing when the service has hung up.
