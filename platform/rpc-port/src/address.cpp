@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "bounds.h"
 #include "log.h"
@@ -114,6 +115,14 @@ std::string OwnApplicationId() {
 ListeningSocket::~ListeningSocket() {
   // The lock is still held: the socket that is removed here is this one.
   if (socket_ && lock_ && !lock_.IsForeign()) ::unlinkat(directory_.get(), name_.c_str(), 0);
+}
+
+ListeningSocket& ListeningSocket::operator=(ListeningSocket&& other) noexcept {
+  std::swap(name_, other.name_);
+  std::swap(directory_, other.directory_);
+  std::swap(lock_, other.lock_);
+  std::swap(socket_, other.socket_);
+  return *this;
 }
 
 int ListeningSocket::Open(const std::string& app_id, const std::string& port_name,

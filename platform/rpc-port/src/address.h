@@ -24,7 +24,8 @@ class ListeningSocket {
  public:
   ListeningSocket() = default;
   ListeningSocket(ListeningSocket&&) = default;
-  ListeningSocket& operator=(ListeningSocket&&) = default;
+  /// What this one had goes with `other`.
+  ListeningSocket& operator=(ListeningSocket&& other) noexcept;
   ~ListeningSocket();
 
   /// Takes the address and listens; 0 or a negative errno value after one error line.

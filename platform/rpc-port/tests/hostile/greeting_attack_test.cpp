@@ -72,6 +72,7 @@ TEST_F(GreetingAttack, HalfConnectionsAreDropped) {
   EXPECT_EQ(answer->result, 0);
   EXPECT_EQ(service().PortOf(answer->text), nullptr) << "not before it stands";
   EXPECT_TRUE(socket.WaitForHangUp());
+  Settle();
   EXPECT_EQ(CountLog("dropped: has not finished its handshake"), 1U);
   EXPECT_EQ(service().events().Get().size(), 1U);
   // Its instance is gone with it.

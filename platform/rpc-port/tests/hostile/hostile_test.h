@@ -13,6 +13,9 @@
 
 namespace rpc_test {
 
+/// Whether a process of the user `own` with this list would deal with `uid` (credentials_test.cpp).
+bool IsTrustedBy(uid_t own, const std::string& allowed, uid_t uid);
+
 /// Variables that a test sets before its service and clients are made.
 class HostileTest : public IsolatedTest {
  protected:
@@ -29,6 +32,10 @@ class HostileTest : public IsolatedTest {
     ASSERT_EQ(service_->Listen(), 0);
     honest_.emplace(client_thread_);
     ASSERT_EQ(honest_->ConnectSync(), 0);
+  }
+  /// Waits until the service's thread is done with what it is doing.
+  void Settle() {
+    service_->thread().Do([] {});
   }
   void ExpectOthersServed() { EXPECT_EQ(honest_->Call(41), 42); }
 

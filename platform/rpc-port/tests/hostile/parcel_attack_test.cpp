@@ -44,6 +44,7 @@ TEST_F(ParcelAttack, HalfParcelsAreDroppedAndNobodyWaits) {
   }
   for (const auto& staller : stallers) EXPECT_TRUE(staller->main.WaitForHangUp());
   ExpectOthersServed();
+  Settle();
   EXPECT_EQ(CountLog("dropped: has sent half a parcel for too long"), stallers.size());
   EXPECT_EQ(CountLog("\"org.zarnet.raw\" (user "), stallers.size());
   EXPECT_EQ(CountLog("the connection " + stallers[0]->instance), 1U);

@@ -1,0 +1,246 @@
+// Services and clients that are killed, stopped, forked, limited, or of another user.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hostile_test.h"
+
+namespace {
+
+using kavrel_test::ChildOptions;
+using kavrel_test::ChildProcess;
+using rpc_test::CountLog;
+using rpc_test::RawSocket;
+using rpc_test::Receive;
+using rpc_test::TestClient;
+
+constexpr uid_t kStranger = 65534;
+
+ChildOptions Program(std::vector<std::string> arguments) {
+  ChildOptions options;
+  options.arguments = {RPC_PROCESS};
+  options.arguments.insert(options.arguments.end(), arguments.begin(), arguments.end());
+  options.environment = {{"KAVREL_LOG", "stderr"}};
+  return options;
+}
+
+class Process : public rpc_test::HostileTest {
+ protected:
+  static std::unique_ptr<ChildProcess> StartService(const std::string& mode = "serve") {
+    auto service = std::make_unique<ChildProcess>(Program({mode}));
+    EXPECT_TRUE(service->WaitForLine("listen 0")) << service->errors();
+    return service;
+  }
+};
+
+TEST_F(Process, KilledServiceEndsACall) {
+  auto service = StartService();
+  TestClient client(client_thread());
+  ASSERT_EQ(client.ConnectSync(), 0);
+  EXPECT_EQ(client.Call(1), 2);
+  ASSERT_EQ(client.Send(0), 0);  // never answered
+  service->Signal(SIGKILL);
+  EXPECT_EQ(Receive(client.port()).result, -32);
+  EXPECT_TRUE(client.WaitForEvent("disconnected"));
+  EXPECT_EQ(client.Send(1), -32);
+}
+
+TEST_F(Process, KilledServiceIsReplacedAtOnce) {
+  TestClient client(client_thread());
+  for (int round = 0; round < 20; ++round) {
+    auto service = StartService();
+    ASSERT_EQ(client.ConnectSync(), 0);
+    ASSERT_EQ(client.Call(round + 1), round + 2);
+    service->Signal(SIGKILL);
+    ASSERT_EQ(service->WaitForExit(), -SIGKILL);
+  }
+}
+
+TEST_F(Process, StoppedServiceIsWaitedForNoLongerThanStated) {
+  Set("KAVREL_RPC_TIMEOUT_MS", "300");
+  auto service = StartService();
+  TestClient client(client_thread());
+  ASSERT_EQ(client.ConnectSync(), 0);
+  service->Signal(SIGSTOP);
+  ASSERT_EQ(client.Send(5), 0);
+  EXPECT_EQ(Receive(client.port()).result, -110);
+  TestClient late(client_thread());
+  EXPECT_EQ(late.ConnectSync(), -110);
+  service->Signal(SIGCONT);
+  // The late answer comes first; its number tells it from the one that is waited for.
+  ASSERT_EQ(client.Send(7), 0);
+  EXPECT_EQ(Receive(client.port()).parcel.Int(), 6);
+  EXPECT_EQ(Receive(client.port()).parcel.Int(), 8);
+}
+
+TEST_F(Process, LiveServiceKeepsItsAddress) {
+  auto service = StartService();
+  TestClient client(client_thread());
+  ASSERT_EQ(client.ConnectSync(), 0);
+  for (int i = 0; i < 3; ++i) {
+    ChildProcess second(Program({"serve"}));
+    EXPECT_TRUE(second.WaitForLine("listen -5"));
+    EXPECT_EQ(second.WaitForExit(), 1);
+    EXPECT_NE(second.errors().find("another service listens there"), std::string::npos);
+  }
+  EXPECT_EQ(client.Call(1), 2);
+  TestClient late(client_thread());
+  EXPECT_EQ(late.ConnectSync(), 0);
+}
+
+TEST_F(Process, OneOfManyStartersListens) {
+  for (int round = 0; round < 3; ++round) {
+    std::vector<std::unique_ptr<ChildProcess>> starters;
+    for (int i = 0; i < 16; ++i) {
+      starters.push_back(std::make_unique<ChildProcess>(Program({"serve"})));
+    }
+    int listening = 0;
+    for (const auto& starter : starters) {
+      const auto line = starter->WaitForLine("listen ");
+      ASSERT_TRUE(line);
+      listening += *line == "listen 0" ? 1 : 0;
+    }
+    EXPECT_EQ(listening, 1);
+    TestClient client(client_thread());
+    EXPECT_EQ(client.ConnectSync(), 0);
+    EXPECT_EQ(client.Call(1), 2);
+  }
+}
+
+// What a forked child inherits must not keep alive what its parent had.
+TEST_F(Process, ForkedChildDoesNotKeepTheAddress) {
+  auto service = StartService("serve-fork");
+  TestClient client(client_thread());
+  ASSERT_EQ(client.ConnectSync(), 0);
+  service->Signal(SIGKILL);
+  EXPECT_TRUE(client.WaitForEvent("disconnected"));
+  auto next = StartService();
+  EXPECT_EQ(client.ConnectSync(), 0);
+  EXPECT_EQ(client.Call(1), 2);
+  service->CloseInput();
+}
+
+TEST_F(Process, ForkedChildDoesNotKeepAConnection) {
+  Start();
+  ChildProcess holder(Program({"hold-fork"}));
+  ASSERT_TRUE(holder.WaitForLine("holding"));
+  const std::string id = service().Instance(1);
+  holder.Signal(SIGKILL);
+  EXPECT_TRUE(service().WaitForEvent("disconnected " + id));
+  holder.CloseInput();
+}
+
+TEST_F(Process, ForkedChildIsRefused) {
+  Start();
+  Settle();
+  client_thread().Do([] {});
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const rpc_test::ParcelOwner parcel;
+    rpc_port_parcel_h received = nullptr;
+    rpc_port_h port = nullptr;
+    bool is_refused = rpc_port_parcel_send(parcel.get(), honest().port()) == -1;
+    is_refused &= rpc_port_parcel_create_from_port(&received, honest().port()) == -1;
+    is_refused &= rpc_port_disconnect(honest().port()) == -1;
+    is_refused &= honest().ConnectSync() == -1;
+    is_refused &= rpc_port_proxy_get_port(honest().proxy(), RPC_PORT_PORT_MAIN, &port) == -1;
+    is_refused &= rpc_port_stub_listen(service().stub()) == -1;
+    is_refused &= rpc_port_stub_get_port(service().stub(), RPC_PORT_PORT_MAIN, "x", &port) == -1;
+    is_refused &= CountLog("belongs to the parent of this forked process") == 7;
+    // Destroying is allowed and leaves the parent's connections and address alone.
+    is_refused &= rpc_port_proxy_destroy(honest().proxy()) == 0;
+    is_refused &= rpc_port_stub_destroy(service().stub()) == 0;
+    ::_exit(is_refused ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+  ExpectOthersServed();
+  TestClient late(client_thread());
+  EXPECT_EQ(late.ConnectSync(), 0);
+}
+
+// A service that may have 64 descriptors: beyond some 25 clients it cannot accept.
+TEST_F(Process, ServiceOutOfDescriptorsServesWhomItHas) {
+  Set("KAVREL_RPC_PARTIAL_TIMEOUT_MS", "60000");
+  ChildProcess service(Program({"serve", "64"}));
+  ASSERT_TRUE(service.WaitForLine("listen 0"));
+  TestClient client(client_thread());
+  ASSERT_EQ(client.ConnectSync(), 0);
+  std::vector<std::unique_ptr<RawSocket>> others;
+  for (int i = 0; i < 200; ++i) others.push_back(std::make_unique<RawSocket>(runtime(), kName));
+  EXPECT_TRUE(service.WaitForLine("cannot accept more clients for now"));
+  for (int i = 0; i < 300; ++i) ASSERT_EQ(client.Call(i + 1), i + 2);
+  others.clear();
+  TestClient late(client_thread());
+  EXPECT_EQ(late.ConnectSync(), 0);
+  EXPECT_EQ(late.Call(1), 2);
+  EXPECT_FALSE(service.WaitForExit(std::chrono::milliseconds(0)));
+}
+
+// Only root can become somebody else; who is not tests the same decision in credentials_test.
+bool CanBecomeStranger() {
+  return ::geteuid() == 0;
+}
+
+TEST_F(Process, StrangerIsRefused) {
+  if (!CanBecomeStranger()) {
+    EXPECT_FALSE(rpc_test::IsTrustedBy(::geteuid(), "", kStranger));
+    return;
+  }
+  Set("KAVREL_RPC_ALLOW_UIDS", "4711");  // opens the way to the socket for all
+  ASSERT_EQ(::chmod(runtime().c_str(), 0711), 0);
+  Start();
+  ChildProcess stranger(Program({"call", "1", std::to_string(kStranger)}));
+  EXPECT_TRUE(stranger.WaitForLine("connect -13")) << stranger.errors();
+  stranger.WaitForExit();
+  EXPECT_EQ(CountLog("refused: a client of user 65534 (pid " + std::to_string(stranger.pid()) +
+                     "), who is not permitted"),
+            1U);
+  ExpectOthersServed();
+  ChildProcess listed(Program({"call", "1", "4711"}));
+  EXPECT_TRUE(listed.WaitForLine("answer 2")) << listed.errors();
+}
+
+TEST_F(Process, StrangerDoesNotEvenReachTheSocket) {
+  if (!CanBecomeStranger()) {
+    struct stat status {};
+    Start();
+    ASSERT_EQ(::stat((runtime() + "/rpc").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0077, 0U);
+    return;
+  }
+  ASSERT_EQ(::chmod(runtime().c_str(), 0711), 0);
+  Start();
+  ChildProcess stranger(Program({"call", "1", std::to_string(kStranger)}));
+  EXPECT_TRUE(stranger.WaitForLine("connect -13")) << stranger.errors();
+  EXPECT_EQ(CountLog(""), 0U);
+}
+
+TEST_F(Process, StrangersServiceIsNotConnectedTo) {
+  if (!CanBecomeStranger()) {
+    EXPECT_FALSE(rpc_test::IsTrustedBy(::geteuid(), "", kStranger));
+    return;
+  }
+  auto service = StartService();
+  TestClient client(client_thread());
+  const std::string socket = runtime() + "/rpc/" + kName;
+  ASSERT_EQ(::chown(socket.c_str(), kStranger, kStranger), 0);
+  EXPECT_EQ(client.ConnectSync(), -13);
+  ASSERT_EQ(::chown(socket.c_str(), 0, 0), 0);
+  ASSERT_EQ(::chown((runtime() + "/rpc").c_str(), kStranger, kStranger), 0);
+  EXPECT_EQ(client.ConnectSync(), -13);
+  ASSERT_EQ(::chown((runtime() + "/rpc").c_str(), 0, 0), 0);
+  ASSERT_EQ(::chown(runtime().c_str(), kStranger, kStranger), 0);
+  EXPECT_EQ(client.ConnectSync(), -13);
+  ASSERT_EQ(::chown(runtime().c_str(), 0, 0), 0);
+  EXPECT_EQ(client.ConnectSync(), 0);
+}
+
+}  // namespace
