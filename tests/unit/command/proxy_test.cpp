@@ -1,9 +1,13 @@
 // The proxy's life: construction, connection, events, the order of its calls, callbacks, threads.
-#include <condition_variable>
+#include <unistd.h>
+
+#include <algorithm>
+#include <future>
 #include <memory>
 #include <thread>
 
 #include "command_fixture.h"
+#include "temporary_directory.h"
 
 namespace kavrel_test {
 namespace {
@@ -382,37 +386,70 @@ TEST_F(ProxyThreads, TheLockIsRecursive) {
   EXPECT_THAT(rpc_.TakeSent(), SizeIs(2));
 }
 
+/// The calls of the fake as they begin, for several threads.
+class CallRecord {
+ public:
+  explicit CallRecord(FakeRpcPort& rpc) : rpc_(rpc) {
+    rpc_.Observe([this](const std::string& call) {
+      const std::lock_guard lock(mutex_);
+      calls_.push_back(call);
+    });
+  }
+  CallRecord(const CallRecord&) = delete;
+  CallRecord& operator=(const CallRecord&) = delete;
+  ~CallRecord() { rpc_.Observe(nullptr); }
+
+  /// How many calls came before the first that begins like this; all when none does.
+  std::size_t PositionOf(const std::string& start) const {
+    const std::lock_guard lock(mutex_);
+    const auto found = std::find_if(calls_.begin(), calls_.end(), [&](const std::string& call) {
+      return call.starts_with(start);
+    });
+    return static_cast<std::size_t>(found - calls_.begin());
+  }
+  bool Has(const std::string& start) const {
+    const std::size_t position = PositionOf(start);
+    const std::lock_guard lock(mutex_);
+    return position < calls_.size();
+  }
+
+ private:
+  FakeRpcPort& rpc_;
+  mutable std::mutex mutex_;
+  std::vector<std::string> calls_;
+};
+
+// Whether a thread of this process waits in the kernel, as for a mutex.
+bool Waits(pid_t thread) {
+  const std::string state = ReadFile("/proc/self/task/" + std::to_string(thread) + "/stat");
+  const auto name_end = state.rfind(')');
+  return name_end != std::string::npos && state.compare(name_end, 3, ") S") == 0;
+}
+
 // The lock is held from the send to the end of the reply, while other requests are being built.
 TEST_F(ProxyThreads, OneRequestAtATimeIsOnTheWire) {
-  std::mutex mutex;
-  std::condition_variable built;
-  bool is_built = false;
-  std::vector<std::string> calls;
-  rpc_.Observe([&](const std::string& call) {
-    const std::lock_guard lock(mutex);
-    calls.push_back(call);
-    is_built |= call.find("\"built\"") != std::string::npos;
-    built.notify_all();
-  });
+  const CallRecord calls(rpc_);
   std::thread other;
   rpc_.OnSend([&](rpc_port_h, const ParcelContent& sent) {
     if (sent.items != Items{8}) return;
-    other = std::thread([this] { proxy_.ShowCaption(1, "built"); });
-    std::unique_lock lock(mutex);
-    built.wait(lock, [&] { return is_built; });
-    lock.unlock();
+    std::promise<pid_t> id;
+    other = std::thread([&] {
+      id.set_value(::gettid());
+      proxy_.ShowCaption(1, "built");
+    });
+    const pid_t thread = id.get_future().get();
+    // Until the other request is built and its thread waits for its turn, or does not wait.
+    while (!(calls.Has("parcel_write_string(p2") && Waits(thread)) &&
+           !calls.Has("parcel_send(p2")) {
+      std::this_thread::yield();
+    }
     QueueResult(sent.sequence, {5, true});
   });
   int size = 0;
   EXPECT_TRUE(proxy_.GetWindowSize(size));
   other.join();
-  const auto position = [&](const std::string& start) {
-    return std::find_if(calls.begin(), calls.end(),
-                        [&](const std::string& call) { return call.starts_with(start); }) -
-           calls.begin();
-  };
-  EXPECT_LT(position("parcel_read_bool("), position("parcel_send(p2"));
-  rpc_.Observe(nullptr);
+  EXPECT_LT(calls.PositionOf("parcel_write_string(p2"), calls.PositionOf("parcel_read_bool("));
+  EXPECT_LT(calls.PositionOf("parcel_read_bool("), calls.PositionOf("parcel_send(p2"));
 }
 
 TEST_F(ProxyThreads, EightThreadsGetTheirOwnAnswers) {
