@@ -10,8 +10,7 @@
 namespace viewer {
 namespace {
 
-constexpr const char* kFooter = R"(
-Serves the remote interface KavrelAppApi under its application id and writes one
+constexpr const char* kFooter = R"(Serves the remote interface KavrelAppApi under its application id and writes one
 line for each operation that a client asks for. SIGINT and SIGTERM stop it.
 
 Example:
@@ -20,7 +19,8 @@ Example:
 
 Environment:
   KAVREL_APP_ID       application id when --app-id is not given
-  KAVREL_RUNTIME_DIR  where clients find this viewer and see its state
+  KAVREL_RUNTIME_DIR  where clients find this viewer and its volatile state is kept
+  KAVREL_STATE_DIR    where its durable state is kept
 
 Exit codes: 0 stopped, 1 cannot listen, 2 wrong usage.)";
 
@@ -31,6 +31,7 @@ std::variant<Options, int> ParseOptions(int argc, char** argv) {
   CLI::App app("The reference viewer: a television without a screen, commanded over KavrelAppApi.",
                "kavrel-viewer");
   app.footer(kFooter);
+  app.get_formatter()->column_width(40);
   app.set_version_flag("--version", "kavrel-viewer " KAVREL_VERSION);
   app.add_option("--app-id", options.app_id, "Application id under which clients find this viewer")
       ->type_name("ID")

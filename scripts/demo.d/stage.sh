@@ -67,6 +67,14 @@ await_ready() {
   read -r line <"$1" || fail "$2 did not start" "$3"
 }
 
+build_programs() {
+  cmake --preset release -B build/demo -DKAVREL_BUILD_BENCH=OFF >"$stage/configure.log" ||
+    fail "configuring failed" "$stage/configure.log"
+  cmake --build build/demo --target kavrel-viewer kavrelctl >"$stage/build.log" ||
+    fail "building failed" "$stage/build.log"
+  say "built into build/demo/bin"
+}
+
 start_viewer() {
   mkfifo "$stage/viewer.ready"
   kavrel-viewer --ready-fd 3 3>"$stage/viewer.ready" >"$stage/viewer.out" 2>"$stage/viewer.log" &

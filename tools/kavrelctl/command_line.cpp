@@ -43,7 +43,7 @@ void AddConnectionOptions(CLI::App& command, Settings& settings) {
       ->group("Connection");
   command
       .add_option("--timeout", settings.timeout_seconds,
-                  "How long to wait for the viewer, in seconds; 0: no limit [10]")
+                  "Limit of connecting, of sending and of the answer, in seconds; 0: none [10]")
       ->type_name("SECONDS")
       ->check(Check(&TimeoutMistake))
       ->group("Connection");

@@ -34,10 +34,11 @@ const CLI::Option* AddArgument(CLI::App& command, std::string_view name, ItemTyp
         ->allow_extra_args(false);
   }
   const auto mistake = [type](const std::string& text) { return ValueMistake(type, text); };
-  CLI::Option* const option = command.add_option(ArgumentLabel(name), accept)
-                                  ->type_name(TypeLabel(type))
-                                  ->required()
-                                  ->allow_extra_args(false);
+  CLI::Option* const option =
+      command.add_option(ArgumentLabel(name), accept, ArgumentMeaning(name))
+          ->type_name(TypeLabel(type))
+          ->required()
+          ->allow_extra_args(false);
   if (type != ItemType::String) option->check(Check(mistake));
   return option;
 }

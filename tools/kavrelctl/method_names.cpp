@@ -54,6 +54,28 @@ std::string ArgumentLabel(std::string_view name) {
   return label;
 }
 
+std::string ArgumentMeaning(std::string_view name) {
+  struct Meaning {
+    std::string_view name;
+    const char* text;
+  };
+  // As kavrel-viewer takes them.
+  constexpr Meaning kMeanings[] = {
+      {"show", "0 hides, anything else shows"},
+      {"caller", "Who asks; for the viewer's log"},
+      {"banner", "Its name, such as channel or sleep-timer"},
+      {"level", "0 (largest window) to 4"},
+      {"size", "0 full screen, 1 three quarters, 2 half, 3 a quarter"},
+      {"left", "On a picture 1920 wide"},
+      {"top", "On a picture 1080 high"},
+      {"language", "Such as en_GB"},
+  };
+  for (const Meaning& meaning : kMeanings) {
+    if (meaning.name == name) return meaning.text;
+  }
+  return {};
+}
+
 std::string ArgumentSynopsis(const MethodInfo& method) {
   std::string synopsis;
   for (std::size_t i = 0; i < method.argument_count; ++i) {

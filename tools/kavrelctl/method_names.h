@@ -15,6 +15,9 @@ std::string KebabName(std::string_view method);
 /// "service_id" becomes "SERVICE-ID".
 std::string ArgumentLabel(std::string_view name);
 
+/// What values an argument of that name takes, where the name does not say it; for people.
+std::string ArgumentMeaning(std::string_view name);
+
 /// "LEFT:int TOP:int" of the request's arguments; "[--list TEXT]..." for a list.
 std::string ArgumentSynopsis(const kavrel::app_api::MethodInfo& method);
 
