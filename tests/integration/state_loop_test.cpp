@@ -123,18 +123,22 @@ TEST_F(StateLoop, NoChangeFallsBetweenReadAndRegistration) {
   std::atomic<int> round = 0;
   std::thread writer([&round] {
     for (int value = 1; value <= kRounds; ++value) {
-      round.wait(value - 1);
+      for (int now = round.load(); now < value; now = round.load()) round.wait(now);
       EXPECT_EQ(kavrel_set_mainscreen_signal_state(value), 0);
     }
   });
-  for (int value = 1; value <= kRounds; ++value) {
+  bool is_complete = true;
+  for (int value = 1; is_complete && value <= kRounds; ++value) {
     round.store(value);
     round.notify_one();
     kavrel_get_mainscreen_signal_state(&last_value);
     EXPECT_EQ(kavrel_register_mainscreen_signal_state_change_cb(&Note, nullptr), 0);
-    EXPECT_TRUE(loop_.RunUntil([value] { return last_value == value; })) << "round " << value;
+    is_complete = loop_.RunUntil([value] { return last_value == value; });
+    EXPECT_TRUE(is_complete) << "round " << value;
     EXPECT_EQ(kavrel_unregister_mainscreen_signal_state_change_cb(&Note), 0);
   }
+  round.store(kRounds);
+  round.notify_one();
   writer.join();
 }
 

@@ -113,7 +113,7 @@ TEST_F(StatePath, EveryPropertyTravelsToAnotherProcess) {
   for (const PropertyInfo& property : kProperties) {
     ASSERT_TRUE(Write(*writer, property, false)) << property.name;
     if (property.IsWatchable()) {
-      EXPECT_EQ(watcher->NextChange(), std::string("changed ") + property.name + ' ' +
+      ASSERT_EQ(watcher->NextChange(), std::string("changed ") + property.name + ' ' +
                                            StoreTypeOf(property.type) + ' ' +
                                            SampleOf(property.type, false));
     }
@@ -166,7 +166,7 @@ TEST_F(StatePath, RatingLockWatcherGetsTheTextItsReaderABool) {
   ASSERT_TRUE(watcher->Watch("rating_locked"));
   for (const auto& [text, locked] : {std::pair{"locked", "1"}, {"unlocked", "0"}, {"?", "0"}}) {
     ASSERT_TRUE(viewer->Put("string", "memory/kavrel/rating_locked", text));
-    EXPECT_EQ(watcher->NextChange(), std::string("changed rating_locked string ") + text);
+    ASSERT_EQ(watcher->NextChange(), std::string("changed rating_locked string ") + text);
     EXPECT_EQ(watcher->Get("rating_locked"), std::string("got rating_locked 0 ") + locked);
   }
 }
