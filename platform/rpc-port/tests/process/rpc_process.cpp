@@ -7,6 +7,7 @@
 //   inherits call VALUE [uid]        connects (as another user) and calls. Prints "connect CODE",
 //   "answer N". hold-fork               connects, forks a child that outlives it, and waits. Prints
 //   "connect CODE".
+#include <dlog.h>
 #include <glib.h>
 #include <grp.h>
 #include <rpc-port.h>
@@ -56,6 +57,7 @@ void OnDisconnected(const char*, const char*, void*) {
 // A child that lives until this program's standard input is closed by the test.
 void ForkSurvivor() {
   if (::fork() != 0) return;
+  Report("survivor", 0);
   char byte = 0;
   while (::read(STDIN_FILENO, &byte, 1) > 0) continue;
   ::_exit(0);
@@ -68,15 +70,18 @@ int Serve(long descriptors, bool forks) {
     rpc_port_stub_add_received_event_cb(stub, &OnRequest, nullptr);
     rpc_port_stub_add_disconnected_event_cb(stub, &OnDisconnected, nullptr);
     if (descriptors > 0) {
+      // A sanitizer needs a descriptor when it sees a type for the first time: let it see the
+      // log's.
+      dlog_print(DLOG_WARN, "RPC_PROCESS", "limited to %ld descriptors", descriptors);
       const auto count = static_cast<rlim_t>(descriptors);
       const struct rlimit limit { count, count };
       ::setrlimit(RLIMIT_NOFILE, &limit);
     }
     result = rpc_port_stub_listen(stub);
   }
-  if (forks) ForkSurvivor();
   Report("listen", result);
   if (result != 0) return 1;
+  if (forks) ForkSurvivor();
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));
   return 0;
 }
