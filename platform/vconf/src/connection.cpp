@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 #include "damage.h"
 #include "directories.h"
@@ -18,6 +19,9 @@ namespace kavrel_vconf {
 namespace {
 
 using kavrel_platform::UniqueFd;
+
+// For dead readers; each look asks the kernel about every reader.
+constexpr std::size_t kGrowthBetweenLooks = std::size_t{256} << 10;
 
 constexpr int kLockAttempts = 10000;  // of a millisecond each
 
@@ -114,17 +118,39 @@ int Connection::OpenFiles() {
   if (!directory_) return -errno;
   UniqueFd lock;
   if (int error = LockDirectory(directory_.get(), &lock); error != 0) return error;
+  int error = OpenStore();
+  if (error == kDamaged) error = OpenStore();  // the files that were set aside made room
+  return error == kDamaged ? -EIO : error;
+}
+
+int Connection::OpenStore() {
   if (int error = OpenControl(); error != 0) return error;
   if (int error = CreateFifo(directory_.get(), FileName(".wake")); error != 0) return error;
   const bool alone = ::flock(control_file_.get(), LOCK_EX | LOCK_NB) == 0;
-  if (int error = alone ? OpenAlone() : OpenEnvironment(0); error != 0) {
-    return error == kDamaged ? -EIO : error;
-  }
+  if (int error = alone ? OpenAlone() : Join(); error != 0) return error;
   if (::flock(control_file_.get(), LOCK_SH | LOCK_NB) != 0) return -errno;
-  control_ = MapControl(control_file_.get());
+  if (control_ == nullptr) control_ = MapControl(control_file_.get());
   if (control_ == nullptr) return -errno;
   NoteFileSize();
   return 0;
+}
+
+// Others have the store open, so its file was checked once. It may have been cut short since: then
+// they, too, have to leave it.
+int Connection::Join() {
+  control_ = MapControl(control_file_.get());
+  if (control_ == nullptr) return -errno;
+  const std::string name = FileName(".mdb");
+  struct stat status {};
+  if (::fstatat(directory_.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+      S_ISREG(status.st_mode) &&
+      static_cast<std::uint64_t>(status.st_size) >= control_->file_size.load()) {
+    if (int error = OpenEnvironment(0); error != kDamaged) return error;
+  }
+  environment_.reset();
+  RetireControl(std::exchange(control_, nullptr));
+  const int error = SetAside(directory_.get(), name);
+  return error != 0 ? error : kDamaged;
 }
 
 int Connection::OpenControl() {
@@ -141,14 +167,12 @@ int Connection::OpenControl() {
 int Connection::OpenAlone() {
   if (int error = DiscardOtherBoot(); error != 0) return error;
   if (int error = RemoveFile(directory_.get(), FileName(".mdb-lock")); error != 0) return error;
-  if (int error = InitialiseControl(control_file_.get(), control_info_.sequence); error != 0) {
-    return error;
-  }
   std::vector<Record> rescued;
   int error = OpenChecked(&rescued);
   if (error == kDamaged) error = BeginAnew(rescued);
-  if (error == 0 && family_ == Family::kDurable) SyncDirectories(directory_.get());
-  return error;
+  if (error != 0) return error;
+  if (family_ == Family::kDurable) SyncDirectories(directory_.get());
+  return InitialiseControl(control_file_.get(), control_info_.sequence, control_info_.generation);
 }
 
 int Connection::OpenChecked(std::vector<Record>* rescued) {
@@ -160,6 +184,7 @@ int Connection::OpenChecked(std::vector<Record>* rescued) {
 
 int Connection::BeginAnew(const std::vector<Record>& rescued) {
   environment_.reset();
+  control_info_.generation = 0;
   if (int error = SetAside(directory_.get(), FileName(".mdb")); error != 0) return error;
   if (int error = OpenEnvironment(0); error != 0) return error == kDamaged ? -EIO : error;
   return WriteRecords(environment_.get(), rescued);
@@ -169,6 +194,7 @@ int Connection::BeginAnew(const std::vector<Record>& rescued) {
 // that long, and were written without care for a crash of the machine.
 int Connection::DiscardOtherBoot() {
   if (family_ != Family::kMemory || control_info_.is_of_this_boot) return 0;
+  control_info_.generation = 0;
   return RemoveFile(directory_.get(), FileName(".mdb"));
 }
 
@@ -212,6 +238,10 @@ void Connection::NoteFileSize() {
   const std::size_t used = environment_->UsedSize();
   if (used == noted_size_) return;
   noted_size_ = used;
+  if (used > size_at_last_look_ + kGrowthBetweenLooks) {
+    size_at_last_look_ = used;
+    environment_->ClearDeadReaders();
+  }
   struct stat status {};
   if (::fstat(environment_->file(), &status) != 0) return;
   const auto size = static_cast<std::uint64_t>(status.st_size);

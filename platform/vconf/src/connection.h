@@ -50,7 +50,8 @@ class Connection {
   int ReplaceFull();
   /// Whether a full file holds few values: then something keeps its free pages from being used.
   bool IsMostlyFree() const { return environment_->LiveSize() * 2 < environment_->UsedSize(); }
-  /// Notes how large the file has become after a commit.
+  /// Notes how large the file has become after a commit. Looks for dead readers when it has grown
+  /// much: what they have not given back is not used again.
   void NoteFileSize();
 
   /// Null when there is nothing to read.
@@ -71,6 +72,8 @@ class Connection {
  private:
   Connection(Family family, std::string directory);
   int OpenFiles();
+  int OpenStore();
+  int Join();
   int OpenControl();
   int OpenReadOnly();
   int OpenAlone();
@@ -92,6 +95,7 @@ class Connection {
   ControlPage* control_ = nullptr;  // mapped for the life of the process
   std::unique_ptr<Environment> environment_;
   std::size_t noted_size_ = 0;
+  std::size_t size_at_last_look_ = 0;  // for dead readers
 };
 
 /// Where a family's files lie, from the environment variables of this process.

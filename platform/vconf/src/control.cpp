@@ -26,6 +26,14 @@ std::array<char, 48> BootId() {
   return id;
 }
 
+// Differs from that of every other store that a process of this machine can still know.
+std::uint64_t NewGeneration() {
+  timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  return static_cast<std::uint64_t>(now.tv_sec) * 1'000'000'000 +
+         static_cast<std::uint64_t>(now.tv_nsec);
+}
+
 bool HasPageSize(int fd) {
   struct stat status {};
   return ::fstat(fd, &status) == 0 && status.st_size == sizeof(ControlPage);
@@ -41,8 +49,9 @@ struct Head {
   std::uint32_t format = 0;
   std::uint32_t size = 0;
   std::array<char, 48> boot_id{};
+  std::uint64_t generation = 0;
 };
-static_assert(offsetof(ControlPage, boot_id) == offsetof(Head, boot_id));
+static_assert(offsetof(ControlPage, generation) == offsetof(Head, generation));
 
 bool ReadHead(int fd, Head* head) {
   if (!HasPageSize(fd)) return false;
@@ -91,11 +100,12 @@ ControlInfo InspectControl(int fd) {
   info.is_valid = true;
   info.is_retired = ReadMember<std::uint32_t>(fd, offsetof(ControlPage, retired)) != 0;
   info.is_of_this_boot = head.boot_id == BootId();
+  info.generation = head.generation;
   info.sequence = ReadMember<std::uint64_t>(fd, offsetof(ControlPage, sequence));
   return info;
 }
 
-int InitialiseControl(int fd, std::uint64_t sequence) {
+int InitialiseControl(int fd, std::uint64_t sequence, std::uint64_t generation) {
   ++sequence;
   if (int error = FillWithZeros(fd); error != 0) return error;
   ControlPage* page = Map(fd);
@@ -105,6 +115,7 @@ int InitialiseControl(int fd, std::uint64_t sequence) {
   page->format = kFormat;
   page->size = sizeof(ControlPage);
   page->boot_id = BootId();
+  page->generation = generation != 0 ? generation : NewGeneration();
   const int error = InitialiseLock(&page->writer_lock);
   std::atomic_thread_fence(std::memory_order_release);
   page->magic = kMagic;

@@ -28,6 +28,7 @@ struct ControlPage {
   std::uint32_t format;
   std::uint32_t size;
   std::array<char, 48> boot_id;
+  std::uint64_t generation;  // of the values: another one means other values under all keys
 
   alignas(64) pthread_mutex_t writer_lock;
   std::atomic<std::uint32_t> in_flight;  // number of the odd word plus one; under the lock
@@ -57,12 +58,14 @@ struct ControlInfo {
   bool is_retired = false;
   bool is_of_this_boot = false;
   std::uint64_t sequence = 0;
+  std::uint64_t generation = 0;
 };
 ControlInfo InspectControl(int fd);
 
 /// Writes a new page for a store that no other process has open, its words and its counter beyond
-/// `sequence`: nothing that this process kept before can be taken for new. 0 or negative errno.
-int InitialiseControl(int fd, std::uint64_t sequence);
+/// `sequence`: nothing that this process kept before can be taken for new. A `generation` of 0
+/// stands for a new one. 0 or a negative errno value.
+int InitialiseControl(int fd, std::uint64_t sequence, std::uint64_t generation);
 
 /// Maps the page of `fd`; null with errno set when it cannot be mapped or is no control page. The
 /// mapping stays for the life of the process: values kept by any thread point into it.

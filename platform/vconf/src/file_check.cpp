@@ -270,16 +270,19 @@ bool FileCheck::CheckLeaf(PageNumber number, const std::vector<Node>& nodes, Wal
   return true;
 }
 
+// A value that was replaced by a shorter one keeps all its pages.
 bool FileCheck::ReadOverflow(const Node& node, std::vector<char>* data, Walk* walk) {
   const auto first = Load<PageNumber>(node.data.data());
-  const std::size_t pages = (sizeof(PageHeader) - 1 + node.data_size) / page_size_ + 1;
-  if (!Claim(first, pages)) return Fail("an overflow page number is wrong");
+  const std::size_t needed = (sizeof(PageHeader) - 1 + node.data_size) / page_size_ + 1;
   PageHeader header;
-  if (!Read(first * page_size_, &header, sizeof header)) return Fail("the file is cut off");
-  const std::uint32_t noted = header.lower | static_cast<std::uint32_t>(header.upper) << 16;
-  if (header.number != first || header.flags != kOverflowPage || noted != pages) {
+  if (first > last_page_ || !Read(first * page_size_, &header, sizeof header)) {
+    return Fail("an overflow page number is wrong");
+  }
+  const std::size_t pages = header.lower | static_cast<std::size_t>(header.upper) << 16;
+  if (header.number != first || header.flags != kOverflowPage || pages < needed) {
     return Fail("not the overflow page that it should be", first);
   }
+  if (!Claim(first, pages)) return Fail("overflow pages that others use", first);
   if ((first + pages) * page_size_ > file_size_) return Fail("the file is cut off");
   walk->found.overflow_pages += pages;
   if (!walk->is_free_list) return true;

@@ -1,5 +1,7 @@
 #include "lmdb_handles.h"
 
+#include <fcntl.h>
+
 #include <cerrno>
 
 namespace kavrel_vconf {
@@ -54,6 +56,8 @@ int Environment::Open(const std::string& path, unsigned flags,
   // Without MDB_NOTLS a thread could hold only one read transaction, and would never give it back.
   const unsigned all_flags = flags | MDB_NOSUBDIR | MDB_NOTLS;
   if (int error = mdb_env_open(handle, path.c_str(), all_flags, 0600); error != 0) return error;
+  // LMDB opens this one descriptor without it.
+  ::fcntl(environment->file(), F_SETFD, FD_CLOEXEC);
   if (int error = OpenDatabase(environment.get()); error != 0) return error;
   environment->ClearDeadReaders();
   *result = std::move(environment);

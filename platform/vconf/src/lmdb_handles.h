@@ -72,6 +72,18 @@ class Transaction {
   MDB_txn* handle_ = nullptr;
 };
 
+/// Lets go of a read transaction's snapshot however the scope is left.
+class Snapshot {
+ public:
+  explicit Snapshot(Transaction* reader) : reader_(reader) {}
+  ~Snapshot() { reader_->Reset(); }
+  Snapshot(const Snapshot&) = delete;
+  Snapshot& operator=(const Snapshot&) = delete;
+
+ private:
+  Transaction* reader_;
+};
+
 /// Walks the database of a transaction in key order. Ends before its transaction.
 class Cursor {
  public:

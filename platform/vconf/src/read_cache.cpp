@@ -1,6 +1,7 @@
 #include "read_cache.h"
 
 #include <cerrno>
+#include <new>
 
 namespace kavrel_vconf {
 namespace {
@@ -38,8 +39,16 @@ const Store::Look* ReadCache::Find(const HashedName& name) const {
   return look.word->load(std::memory_order_acquire) == look.word_value ? &look : nullptr;
 }
 
-void ReadCache::Remember(const HashedName& name, const Store::Look& look) {
+void ReadCache::Remember(const HashedName& name, const Store::Look& look) noexcept {
   if (look.error != 0 && look.error != -ENOENT) return;
+  try {
+    Keep(name, look);
+  } catch (const std::bad_alloc&) {
+    looks_.clear();  // without memory everything is read from the store
+  }
+}
+
+void ReadCache::Keep(const HashedName& name, const Store::Look& look) {
   auto found = looks_.find(name);
   if (found == looks_.end()) {
     if (looks_.size() >= kMostKeys) looks_.erase(looks_.begin());
@@ -54,10 +63,10 @@ void ReadCache::Remember(const HashedName& name, const Store::Look& look) {
   }
 }
 
-std::optional<std::uint64_t> ReadCache::KnownRevision(const HashedName& name) const {
+std::optional<Version> ReadCache::KnownVersion(const HashedName& name) const {
   const auto found = looks_.find(name);
   if (found == looks_.end()) return std::nullopt;
-  return found->second.value.revision;
+  return found->second.version();
 }
 
 }  // namespace kavrel_vconf

@@ -22,13 +22,14 @@ class ReadCache {
   /// the next call that changes the cache.
   const Store::Look* Find(const HashedName& name) const;
 
-  void Remember(const HashedName& name, const Store::Look& look);
+  void Remember(const HashedName& name, const Store::Look& look) noexcept;
 
-  /// The revision that this thread last saw of the key, 0 for a missing one; nothing when it has
-  /// not looked (or too long ago).
-  std::optional<std::uint64_t> KnownRevision(const HashedName& name) const;
+  /// What this thread last saw of the key; nothing when it has not looked (or too long ago).
+  std::optional<Version> KnownVersion(const HashedName& name) const;
 
  private:
+  void Keep(const HashedName& name, const Store::Look& look);
+
   struct Hash {
     using is_transparent = void;
     std::size_t operator()(const HashedName& name) const {

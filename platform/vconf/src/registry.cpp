@@ -1,5 +1,6 @@
 #include "registry.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <utility>
 
@@ -10,19 +11,17 @@
 namespace kavrel_vconf {
 namespace {
 
-constexpr std::size_t kMostSpare = 4;
-
-// The revision that the caller knows: what it last saw of the key, so that a change since then is
+// The version that the caller knows: what it last saw of the key, so that a change since then is
 // delivered; of a key that it never looked at, what is there now.
-int FindKnownRevision(const Key& key, std::uint64_t* revision) {
-  std::optional<std::uint64_t> known;
-  if (ReadCache* cache = ReadCache::OfThisThread()) known = cache->KnownRevision(key);
+int FindKnownVersion(const Key& key, Version* version) {
+  std::optional<Version> known;
+  if (ReadCache* cache = ReadCache::OfThisThread()) known = cache->KnownVersion(key);
   if (!known) {
     const Store::Look look = LookAt(key);
     if (look.error != 0 && look.error != -ENOENT) return look.error;
-    known = look.value.revision;
+    known = look.version();
   }
-  *revision = *known;
+  *version = *known;
   return 0;
 }
 
@@ -35,24 +34,35 @@ bool Registry::IsRegistered(const Key& key, vconf_callback_fn callback) const {
   return false;
 }
 
+/// Takes an entry without registrations out of the watchers at the end of the scope.
+class Registry::DropIfEmpty {
+ public:
+  DropIfEmpty(Registry* registry, Watchers::iterator entry) : registry_(registry), entry_(entry) {}
+  ~DropIfEmpty() {
+    const std::shared_ptr<Watcher> watcher = entry_->second;
+    if (watcher != nullptr && !watcher->IsEmpty()) return;
+    registry_->watchers_.erase(entry_);
+    if (watcher != nullptr) registry_->Keep(watcher->Detach());
+  }
+  DropIfEmpty(const DropIfEmpty&) = delete;
+  DropIfEmpty& operator=(const DropIfEmpty&) = delete;
+
+ private:
+  Registry* registry_;
+  Watchers::iterator entry_;
+};
+
 int Registry::Add(const Key& key, vconf_callback_fn callback, void* user_data) {
   ContextPointer context(g_main_context_ref_thread_default());
   const std::lock_guard lock(mutex_);
   if (IsRegistered(key, callback)) return -EEXIST;
-  const auto found = watchers_.find(context.get());
-  GMainContext* const address = context.get();
-  const std::shared_ptr<Watcher> watcher =
-      found != watchers_.end()
-          ? found->second
-          : std::make_shared<Watcher>(service_, &mutex_, std::move(context), TakeListener());
-  const int error = Register(watcher.get(), key, callback, user_data);
-  if (found != watchers_.end()) return error;
-  if (error != 0) {
-    Keep(watcher->Detach());
-    return error;
+  const auto entry = watchers_.try_emplace(context.get()).first;
+  const DropIfEmpty drop(this, entry);
+  if (entry->second == nullptr) {
+    entry->second =
+        std::make_shared<Watcher>(service_, &mutex_, std::move(context), TakeListener());
   }
-  watchers_.emplace(address, watcher);
-  return 0;
+  return Register(entry->second.get(), key, callback, user_data);
 }
 
 int Registry::Register(Watcher* watcher, const Key& key, vconf_callback_fn callback,
@@ -62,7 +72,7 @@ int Registry::Register(Watcher* watcher, const Key& key, vconf_callback_fn callb
   auto registration = std::make_shared<Registration>();
   registration->callback = callback;
   registration->user_data = user_data;
-  if (int error = FindKnownRevision(key, &registration->last_revision); error != 0) return error;
+  if (int error = FindKnownVersion(key, &registration->last); error != 0) return error;
   watcher->Add(key, std::move(registration));
   return 0;
 }
@@ -70,32 +80,34 @@ int Registry::Register(Watcher* watcher, const Key& key, vconf_callback_fn callb
 int Registry::Remove(const Key& key, vconf_callback_fn callback) {
   const std::lock_guard lock(mutex_);
   for (auto entry = watchers_.begin(); entry != watchers_.end(); ++entry) {
-    const std::shared_ptr<Watcher> watcher = entry->second;
-    if (!watcher->Remove(key, callback)) continue;
-    if (watcher->IsEmpty()) {
-      Keep(watcher->Detach());
-      watchers_.erase(entry);
-    }
+    if (!entry->second->Has(key, callback)) continue;
+    const DropIfEmpty drop(this, entry);
+    entry->second->Remove(key, callback);
     return 0;
   }
   return -ENOENT;
 }
 
 std::unique_ptr<WakeListener> Registry::TakeListener() {
-  if (spare_.empty()) return std::make_unique<WakeListener>();
-  std::unique_ptr<WakeListener> listener = std::move(spare_.back());
-  spare_.pop_back();
-  return listener;
+  for (auto& listener : spare_) {
+    if (listener != nullptr) return std::move(listener);
+  }
+  return std::make_unique<WakeListener>();
 }
 
-void Registry::Keep(std::unique_ptr<WakeListener> listener) {
+void Registry::Keep(std::unique_ptr<WakeListener> listener) noexcept {
   listener->Forget();
-  if (spare_.size() < kMostSpare) spare_.push_back(std::move(listener));
+  const auto place = std::find(spare_.begin(), spare_.end(), nullptr);
+  if (place != spare_.end()) *place = std::move(listener);
 }
 
 void Registry::AbandonInForkedChild() {
-  for (auto& [context, watcher] : watchers_) watcher->AbandonInForkedChild();
-  for (auto& listener : spare_) listener->Close();
+  for (auto& [context, watcher] : watchers_) {
+    if (watcher != nullptr) watcher->AbandonInForkedChild();
+  }
+  for (auto& listener : spare_) {
+    if (listener != nullptr) listener->Close();
+  }
 }
 
 }  // namespace kavrel_vconf

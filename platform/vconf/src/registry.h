@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <vconf.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <map>
@@ -14,6 +15,7 @@
 
 #include "control.h"
 #include "key.h"
+#include "store.h"
 #include "wake_listener.h"
 
 namespace kavrel_vconf {
@@ -25,7 +27,7 @@ class Watcher;
 struct Registration {
   vconf_callback_fn callback = nullptr;
   void* user_data = nullptr;
-  std::uint64_t last_revision = 0;  // the last one that the owner knows
+  Version last;  // the last one that the owner knows
   std::atomic<bool> active = true;
 };
 
@@ -52,16 +54,19 @@ class Registry {
   void AbandonInForkedChild();
 
  private:
+  using Watchers = std::map<GMainContext*, std::shared_ptr<Watcher>>;
+  class DropIfEmpty;
+
   bool IsRegistered(const Key& key, vconf_callback_fn callback) const;
   static int Register(Watcher* watcher, const Key& key, vconf_callback_fn callback,
                       void* user_data);
   std::unique_ptr<WakeListener> TakeListener();
-  void Keep(std::unique_ptr<WakeListener> listener);
+  void Keep(std::unique_ptr<WakeListener> listener) noexcept;
 
   Service* const service_;
   std::mutex mutex_;  // guards the watchers and all their lists; not held during callbacks
-  std::map<GMainContext*, std::shared_ptr<Watcher>> watchers_;
-  std::vector<std::unique_ptr<WakeListener>> spare_;  // kept from watchers that ended
+  Watchers watchers_;
+  std::array<std::unique_ptr<WakeListener>, 4> spare_;  // kept from watchers that ended
 };
 
 }  // namespace kavrel_vconf

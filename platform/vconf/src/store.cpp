@@ -12,9 +12,6 @@ namespace {
 
 constexpr std::chrono::seconds kWriteTimeout{10};
 
-// How often a writer looks for readers that died: each look asks the kernel about every reader.
-constexpr unsigned kWritesBetweenLooks = 4096;
-
 // A result beside errno values and LMDB's: the files were replaced, do it again on the new ones.
 constexpr int kTryAgain = std::numeric_limits<int>::max();
 constexpr int kAttempts = 3;
@@ -83,16 +80,16 @@ int Store::BeginReading() {
 }
 
 int Store::ReadRecord(const Key& key, Value* value) {
-  std::string_view bytes;
   int result = BeginReading();
   if (result == 0) {
+    const Snapshot snapshot(&reader_);
+    std::string_view bytes;
     result = reader_.Get(key.name, &bytes);
     if (result == 0 && !DecodeRecord(key, bytes, value)) {
       VCONF_LOG_ERROR("the record of \"%.*s\" is damaged", static_cast<int>(key.name.size()),
                       key.name.data());
       result = EIO;
     }
-    reader_.Reset();
   }
   Judge(result);
   return ErrorOfLmdb(result);
@@ -106,6 +103,7 @@ void Store::LookOnce(const Key& key, Look* look) {
     look->error = ReadRecord(key, &look->value);
     return;
   }
+  look->generation = control->generation;
   look->word = &control->WordOf(key.hash);
   look->word_value = look->word->load(std::memory_order_acquire);
   look->error = ReadRecord(key, &look->value);
@@ -168,7 +166,6 @@ int Store::Commit(const Key& key, const Value& value, Look* look) {
 
 int Store::CommitUnderLock(const Key& key, const Value& value, Look* look, bool* wake) {
   Environment* environment = connection_->environment();
-  if (++writes_ % kWritesBetweenLooks == 0) environment->ClearDeadReaders();
   int result = CommitOnce(key, value, look, wake);
   if (result != MDB_MAP_FULL) return result;
   environment->ClearDeadReaders();
@@ -194,40 +191,39 @@ int Store::CommitOnce(const Key& key, const Value& value, Look* look, bool* wake
     result = transaction.Delete(key.name);
   } else {
     EncodeRecord(key, value, revision, &record_);
+    look->value = value;  // what can fail for want of memory comes before the commit
     result = transaction.Put(key.name, record_);
   }
   if (result == 0) result = transaction.Commit();
   if (result != 0) return result;
   *wake = true;
   connection_->NoteFileSize();
-  look->value = value;
-  look->value.revision = revision;
+  look->value.revision = value.type == 0 ? 0 : revision;
   look->error = value.type == 0 ? -ENOENT : 0;
   look->word = &control->WordOf(key.hash);
   look->word_value = mark.SettledWord();
+  look->generation = control->generation;
   return 0;
 }
 
 int Store::Collect(std::string_view prefix, std::vector<std::pair<std::string, Value>>* entries) {
   int result = BeginReading();
   if (result != 0) return result == MDB_NOTFOUND ? 0 : result;
-  {
-    Cursor cursor;
-    std::string_view name = prefix;
-    std::string_view bytes;
-    result = cursor.Open(reader_);
-    if (result == 0) result = cursor.Seek(&name, &bytes);
-    for (; result == 0 && name.substr(0, prefix.size()) == prefix;
-         result = cursor.Next(&name, &bytes)) {
-      std::string text(name);
-      Value value;
-      const std::optional<HashedName> hashed = HashName(text.c_str());
-      if (hashed && DecodeRecord(*hashed, bytes, &value)) {
-        entries->emplace_back(std::move(text), std::move(value));
-      }
+  const Snapshot snapshot(&reader_);
+  Cursor cursor;
+  std::string_view name = prefix;
+  std::string_view bytes;
+  result = cursor.Open(reader_);
+  if (result == 0) result = cursor.Seek(&name, &bytes);
+  for (; result == 0 && name.substr(0, prefix.size()) == prefix;
+       result = cursor.Next(&name, &bytes)) {
+    std::string text(name);
+    Value value;
+    const std::optional<HashedName> hashed = HashName(text.c_str());
+    if (hashed && DecodeRecord(*hashed, bytes, &value)) {
+      entries->emplace_back(std::move(text), std::move(value));
     }
   }
-  reader_.Reset();
   return result == MDB_NOTFOUND ? 0 : result;
 }
 

@@ -16,6 +16,13 @@
 
 namespace kavrel_vconf {
 
+/// Tells one state of a key from every other: the revision within a store, and which store.
+struct Version {
+  std::uint64_t generation = 0;
+  std::uint64_t revision = 0;  // 0: the key is missing
+  bool operator==(const Version&) const = default;
+};
+
 /// Any thread. Opened by the first use; opened anew when the files vanish or turn out damaged.
 class Store {
  public:
@@ -28,6 +35,9 @@ class Store {
     // The key's word when the look was taken; null or odd when the look may not be kept.
     const std::atomic<std::uint64_t>* word = nullptr;
     std::uint64_t word_value = 1;
+    std::uint64_t generation = 0;  // of the store
+
+    Version version() const { return {generation, value.revision}; }
   };
   Look Read(const Key& key);
 
@@ -75,7 +85,6 @@ class Store {
   Transaction reader_;
   std::atomic<Condition> condition_ = Condition::kGood;
   std::string record_;  // the bytes being written; under write_mutex_
-  unsigned writes_ = 0;
   int reported_ = 0;
 };
 

@@ -10,7 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <system_error>
+#include <exception>
 #include <thread>
 
 #include "log.h"
@@ -102,7 +102,7 @@ bool WakeSender::StartThread() {
   try {
     std::thread([self = shared_from_this()] { self->RunThread(); }).detach();
     has_thread_ = true;
-  } catch (const std::system_error& error) {
+  } catch (const std::exception& error) {
     VCONF_LOG_WARNING("no thread to wake watchers: %s", error.what());
   }
   return has_thread_;

@@ -51,6 +51,7 @@ gboolean DispatchSource(GSource* source, GSourceFunc, gpointer) {
     watcher->Dispatch();
   } catch (const std::exception& error) {
     VCONF_LOG_ERROR("a delivery failed: %s", error.what());
+    watcher->LookAgainLater();
   }
   return G_SOURCE_CONTINUE;
 }
@@ -91,9 +92,9 @@ Watcher::~Watcher() {
 }
 
 void Watcher::Attach() {
+  auto self = std::make_unique<std::shared_ptr<Watcher>>(shared_from_this());
   source_ = g_source_new(&source_functions, sizeof(WatcherSource));
-  reinterpret_cast<WatcherSource*>(source_)->watcher =
-      new std::shared_ptr<Watcher>(shared_from_this());
+  reinterpret_cast<WatcherSource*>(source_)->watcher = self.release();
   g_source_set_static_name(source_, "vconf");
   if (listener_->fd() >= 0) g_source_add_unix_fd(source_, listener_->fd(), G_IO_IN);
   g_source_attach(source_, context_.get());
@@ -113,16 +114,19 @@ int Watcher::Prepare(const Key& key) {
 }
 
 int Watcher::Begin(Family family) {
+  Watched& watched = WatchedOf(family);
   int error = 0;
   service_->StoreOf(family).Control(&error);
   if (error != 0) return error;
-  Watched watched;
-  watched.in_use = true;
-  watched.reach = Listen(family);
+  const WakeListener::Reach reach = Listen(family);
   // Listening comes before the page: whatever replaces the files from now on is noticed.
-  watched.control = service_->StoreOf(family).Control(&error);
-  if (error == 0) WatchedOf(family) = watched;
-  return error;
+  ControlPage* control = service_->StoreOf(family).Control(&error);
+  if (error != 0) return error;
+  if (control != watched.control) watched = Watched();
+  watched.control = control;
+  watched.reach = reach;
+  watched.in_use = true;
+  return 0;
 }
 
 WakeListener::Reach Watcher::Listen(Family family) {
@@ -156,31 +160,37 @@ bool Watcher::Has(const Key& key, vconf_callback_fn callback) const {
 
 void Watcher::Add(const Key& key, std::shared_ptr<Registration> registration) {
   std::shared_ptr<WatchedKey> watched_key = Find(key);
+  std::shared_ptr<const Keys> keys = keys_;
   if (watched_key == nullptr) {
     watched_key = std::make_shared<WatchedKey>();
     watched_key->name = key.name;
     watched_key->hash = key.hash;
     watched_key->family = key.family;
-    keys_ = With(*keys_, watched_key);
+    keys = With(*keys_, watched_key);
   }
-  watched_key->registrations = With(*watched_key->registrations, std::move(registration));
-  watched_key->seen_word = 1;
+  auto registrations = With(*watched_key->registrations, std::move(registration));
   if (source_ == nullptr) Attach();
+  // Nothing below can fail.
+  watched_key->registrations = std::move(registrations);
+  watched_key->seen_word = 1;
+  keys_ = std::move(keys);
   // Whatever happened before, the context's own thread looks and goes to sleep properly.
   g_source_set_ready_time(source_, 0);
 }
 
-bool Watcher::Remove(const Key& key, vconf_callback_fn callback) {
+void Watcher::Remove(const Key& key, vconf_callback_fn callback) {
   const std::shared_ptr<WatchedKey> watched_key = Find(key);
-  if (watched_key == nullptr) return false;
+  if (watched_key == nullptr) return;
   for (const auto& registration : *watched_key->registrations) {
     if (registration->callback != callback) continue;
+    auto registrations = Without(*watched_key->registrations, registration);
+    auto keys = registrations->empty() ? Without(*keys_, watched_key) : keys_;
+    // Nothing below can fail.
     registration->active = false;
-    watched_key->registrations = Without(*watched_key->registrations, registration);
-    if (watched_key->registrations->empty()) keys_ = Without(*keys_, watched_key);
-    return true;
+    watched_key->registrations = std::move(registrations);
+    keys_ = std::move(keys);
+    return;
   }
-  return false;
 }
 
 void Watcher::Dispatch() {
@@ -209,16 +219,24 @@ void Watcher::TakeEvents() {
 
 void Watcher::FollowReplacedStores(bool files_changed) {
   for (const Family family : {Family::kMemory, Family::kDurable}) {
-    Watched& watched = WatchedOf(family);
-    if (watched.control == nullptr) continue;
-    const bool is_sure = watched.reach == WakeListener::Reach::kEverything;
-    if (is_sure && !files_changed && !watched.IsRetired()) continue;
+    const Watched& watched = WatchedOf(family);
+    if (watched.control == nullptr || !MayBeReplaced(family, files_changed)) continue;
     // When it cannot be opened now, the old page stays and PlanNextLook has us try again.
     Begin(family);
     for (const auto& key : *keys_) {
       if (key->family == family) key->seen_word = 1;
     }
   }
+}
+
+bool Watcher::MayBeReplaced(Family family, bool files_changed) {
+  const Watched& watched = WatchedOf(family);
+  if (files_changed || watched.IsRetired() || watched.reach == WakeListener::Reach::kNothing) {
+    return true;
+  }
+  if (watched.reach == WakeListener::Reach::kEverything) return false;
+  int error = 0;  // nobody tells of removed files: look
+  return service_->StoreOf(family).Control(&error) != watched.control;
 }
 
 bool Watcher::HasChanged(const WatchedKey& key) {
@@ -232,18 +250,30 @@ void Watcher::Deliver(const std::shared_ptr<WatchedKey>& key) {
   {
     const std::lock_guard lock(*mutex_);
     if (!HasChanged(*key)) return;
-    key->seen_word =
-        WatchedOf(key->family).control->WordOf(key->hash).load(std::memory_order_acquire);
+    key->seen_word = WatchedOf(key->family).control->WordOf(key->hash).load();
     registrations = key->registrations;
   }
   const Store::Look look = LookAt(key->AsKey());
+  if (look.error != 0 && look.error != -ENOENT) NoteFailure(key.get());
   if (look.error != 0) return;
   _keynode_t node{key->name, look.value};
   for (const auto& registration : *registrations) {
-    if (!registration->active || registration->last_revision == node.value.revision) continue;
-    registration->last_revision = node.value.revision;
+    if (!registration->active || registration->last == look.version()) continue;
+    registration->last = look.version();
     Call(*registration, &node);
   }
+}
+
+void Watcher::NoteFailure(WatchedKey* key) {
+  const std::lock_guard lock(*mutex_);
+  key->seen_word = 1;
+  look_failed_ = true;
+}
+
+void Watcher::LookAgainLater() {
+  const std::lock_guard lock(*mutex_);
+  for (const auto& key : *keys_) key->seen_word = 1;
+  if (source_ != nullptr) g_source_set_ready_time(source_, g_get_monotonic_time() + kRetryUs);
 }
 
 void Watcher::NoteSpeed(Watched* watched) {
@@ -271,7 +301,11 @@ void Watcher::PlanNextLook() {
   const auto changed = [this](const auto& key) {
     return WatchedOf(key->family).pause_us == 0 && HasChanged(*key);
   };
-  if (std::any_of(keys_->begin(), keys_->end(), changed)) pause = 0;
+  if (std::exchange(look_failed_, false)) {
+    pause = Sooner(pause, kRetryUs);
+  } else if (std::any_of(keys_->begin(), keys_->end(), changed)) {
+    pause = 0;
+  }
   g_source_set_ready_time(source_, pause > 0 ? g_get_monotonic_time() + pause : pause);
 }
 

@@ -50,12 +50,14 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
   /// Begins to watch the key's store. 0 or a negative errno value.
   int Prepare(const Key& key);
   void Add(const Key& key, std::shared_ptr<Registration> registration);
-  bool Remove(const Key& key, vconf_callback_fn callback);
+  void Remove(const Key& key, vconf_callback_fn callback);
   bool Has(const Key& key, vconf_callback_fn callback) const;
   bool IsEmpty() const { return keys_->empty(); }
 
-  /// Called by the main context, without the mutex.
+  /// The functions below are called by the main context, without the mutex.
   void Dispatch();
+  /// After a Dispatch that ended with an exception.
+  void LookAgainLater();
   void AbandonInForkedChild();
   /// Whether this process is a fork of the one that registered.
   bool IsInherited() const;
@@ -81,8 +83,10 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
   WakeListener::Reach Listen(Family family);
   void TakeEvents();
   void FollowReplacedStores(bool files_changed);
+  bool MayBeReplaced(Family family, bool files_changed);
   void Deliver(const std::shared_ptr<WatchedKey>& key);
   bool HasChanged(const WatchedKey& key);
+  void NoteFailure(WatchedKey* key);
   void NoteSpeed(Watched* watched);
   void PlanNextLook();
   std::shared_ptr<WatchedKey> Find(const Key& key) const;
@@ -90,6 +94,7 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
   Service* const service_;
   std::mutex* const mutex_;
   GSource* source_ = nullptr;
+  bool look_failed_ = false;
   // Held, lest another context get its address while registrations for this one exist.
   const ContextPointer context_;
   std::unique_ptr<WakeListener> listener_;
