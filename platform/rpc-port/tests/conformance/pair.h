@@ -128,6 +128,8 @@ class TestService {
 
   /// On the thread of the events.
   void DestroyStub();
+  /// The test has destroyed the stub itself.
+  void Forget() { stub_ = nullptr; }
   rpc_port_h PortOf(const std::string& instance, rpc_port_port_type_e type = RPC_PORT_PORT_MAIN);
 
   rpc_port_stub_h stub() const { return stub_; }
