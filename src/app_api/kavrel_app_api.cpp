@@ -7,6 +7,8 @@
 #include <utility>
 #include <vector>
 
+#include "../common/abandon.h"
+
 using kavrel::Here;
 using kavrel::kLogError;
 using kavrel::kLogInfo;
@@ -57,7 +59,7 @@ kavrel_api_h kavrel_api_create(const char* app_id) {
   if (const char* failure = ConnectFailure(*proxy)) {
     KAVREL_LOG(kLogError, kLogTag, Here(), "connect failed: %s\n", failure);
     // Left allocated on purpose: a connection that is still being refused may yet report an event.
-    (void)proxy.release();
+    kavrel::Abandon(proxy.release());
     return nullptr;
   }
   KAVREL_LOG(kLogInfo, kLogTag, Here(), "proxy create\n");

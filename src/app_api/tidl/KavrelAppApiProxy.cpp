@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "../../common/abandon.h"
+
 #define LOG_TAG "RPC_PORT_PROXY"
 
 namespace rpc_port {
@@ -230,7 +232,7 @@ Parcel KavrelAppApi::AwaitResult(SourceLine where, Request& request) {
     if (handle == nullptr) {
       // The request parcel stays allocated on this path alone: which parcels are destroyed, and
       // when, is part of the contract with rpc-port.
-      request.parcel.Release();
+      kavrel::Abandon(request.parcel.Release());
       KAVREL_LOG(kLogError, LOG_TAG, where, "Invalid protocol");
       throw InvalidProtocolException();
     }
