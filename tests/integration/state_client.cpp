@@ -4,7 +4,7 @@
 //   count NAME LAST                                         sets 1, 2, ... LAST
 //   put int|bool|string KEY VALUE                           the store itself, as the viewer does
 //
-// and answers each with a line. Changes are lines of their own: "changed NAME TYPE VALUE". Ends
+// and answers each with a line. Changes are lines of their own: "change of NAME: TYPE VALUE". Ends
 // with its input.
 #include <glib.h>
 #include <kavrel/state_properties.h>
@@ -47,7 +47,7 @@ std::string ValueOf(const valuenode_s& node) {
 
 // This program watches a key once, so that the user data of the first registrant is its own.
 void Changed(valuenode_s* node, void* property) {
-  std::cout << "changed " << static_cast<const PropertyInfo*>(property)->name << ' '
+  std::cout << "change of " << static_cast<const PropertyInfo*>(property)->name << ": "
             << ValueOf(*node) << std::endl;
 }
 

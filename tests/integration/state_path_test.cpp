@@ -48,7 +48,7 @@ class Client {
   }
 
   /// The next change that this process is told of; "" when none comes.
-  std::string NextChange() { return process_.WaitForLine("changed ").value_or(""); }
+  std::string NextChange() { return process_.WaitForLine("change of ").value_or(""); }
 
   ChildProcess& process() { return process_; }
 
@@ -113,7 +113,7 @@ TEST_F(StatePath, EveryPropertyTravelsToAnotherProcess) {
   for (const PropertyInfo& property : kProperties) {
     ASSERT_TRUE(Write(*writer, property, false)) << property.name;
     if (property.IsWatchable()) {
-      ASSERT_EQ(watcher->NextChange(), std::string("changed ") + property.name + ' ' +
+      ASSERT_EQ(watcher->NextChange(), std::string("change of ") + property.name + ": " +
                                            StoreTypeOf(property.type) + ' ' +
                                            SampleOf(property.type, false));
     }
@@ -136,7 +136,7 @@ TEST_F(StatePath, WriterSeesItsOwnChange) {
   const auto client = Start();
   ASSERT_TRUE(client->Watch("pip_focus"));
   ASSERT_TRUE(client->Set("pip_focus", "1"));
-  EXPECT_EQ(client->NextChange(), "changed pip_focus int 1");
+  EXPECT_EQ(client->NextChange(), "change of pip_focus: int 1");
 }
 
 TEST_F(StatePath, EveryWatchingProcessIsTold) {
@@ -146,8 +146,8 @@ TEST_F(StatePath, EveryWatchingProcessIsTold) {
   ASSERT_TRUE(first->Watch("bg_executable"));
   ASSERT_TRUE(second->Watch("bg_executable"));
   ASSERT_TRUE(writer->Set("bg_executable", "1"));
-  EXPECT_EQ(first->NextChange(), "changed bg_executable int 1");
-  EXPECT_EQ(second->NextChange(), "changed bg_executable int 1");
+  EXPECT_EQ(first->NextChange(), "change of bg_executable: int 1");
+  EXPECT_EQ(second->NextChange(), "change of bg_executable: int 1");
 }
 
 // The property's key has another name.
@@ -156,7 +156,7 @@ TEST_F(StatePath, DirectionKeyWatcherSeesBannerShow) {
   const auto watcher = Start();
   ASSERT_TRUE(watcher->Watch("use_4_direction_key"));
   ASSERT_TRUE(writer->Put("int", "memory/kavrel/banner_show", "1"));
-  EXPECT_EQ(watcher->NextChange(), "changed use_4_direction_key int 1");
+  EXPECT_EQ(watcher->NextChange(), "change of use_4_direction_key: int 1");
   EXPECT_EQ(watcher->Get("use_4_direction_key"), "got use_4_direction_key 0 1");
 }
 
@@ -166,7 +166,7 @@ TEST_F(StatePath, RatingLockWatcherGetsTheTextItsReaderABool) {
   ASSERT_TRUE(watcher->Watch("rating_locked"));
   for (const auto& [text, locked] : {std::pair{"locked", "1"}, {"unlocked", "0"}, {"?", "0"}}) {
     ASSERT_TRUE(viewer->Put("string", "memory/kavrel/rating_locked", text));
-    ASSERT_EQ(watcher->NextChange(), std::string("changed rating_locked string ") + text);
+    ASSERT_EQ(watcher->NextChange(), std::string("change of rating_locked: string ") + text);
     EXPECT_EQ(watcher->Get("rating_locked"), std::string("got rating_locked 0 ") + locked);
   }
 }
@@ -179,7 +179,7 @@ TEST_F(StatePath, UnwatchedKeyIsSilent) {
   ASSERT_TRUE(watcher->Unwatch("pip_focus"));
   ASSERT_TRUE(writer->Set("pip_focus", "1"));
   ASSERT_TRUE(writer->Set("bg_executable", "1"));
-  EXPECT_EQ(watcher->NextChange(), "changed bg_executable int 1") << "nothing before it";
+  EXPECT_EQ(watcher->NextChange(), "change of bg_executable: int 1") << "nothing before it";
 }
 
 TEST_F(StatePath, BurstEndsWithItsLastValue) {
@@ -192,7 +192,7 @@ TEST_F(StatePath, BurstEndsWithItsLastValue) {
   int previous = 0;
   while (previous < 10000) {
     change = watcher->NextChange();
-    ASSERT_TRUE(change.starts_with("changed mainscreen_signal_state int ")) << change;
+    ASSERT_TRUE(change.starts_with("change of mainscreen_signal_state: int ")) << change;
     const int value = std::stoi(change.substr(change.rfind(' ')));
     EXPECT_GT(value, previous) << "values may be merged, but neither repeated nor turned around";
     previous = value;
@@ -209,7 +209,7 @@ TEST_F(StatePath, StoppedWatcherIsToldWhatHoldsWhenItGoesOn) {
             "count mainscreen_signal_state 0");
   watcher->process().Signal(SIGCONT);
   std::string change;
-  while (change != "changed mainscreen_signal_state int 1000") {
+  while (change != "change of mainscreen_signal_state: int 1000") {
     change = watcher->NextChange();
     ASSERT_NE(change, "");
   }
