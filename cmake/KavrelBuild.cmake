@@ -43,6 +43,7 @@ function(kavrel_test name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
   target_link_libraries(${name} PRIVATE kavrel_build_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-    PROPERTIES TIMEOUT 120 LABELS "${ARG_LABELS}"
-      ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/foreign_leaks.supp:print_suppressions=0")
+    PROPERTIES TIMEOUT 120
+      ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/foreign_leaks.supp:print_suppressions=0"
+      LABELS "${ARG_LABELS}")
 endfunction()
