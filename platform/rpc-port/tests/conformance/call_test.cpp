@@ -35,7 +35,7 @@ TEST_F(Call, IsAnswered) {
 
 TEST_F(Call, CarriesTagAndSequenceNumber) {
   Watched<std::string> tag;
-  service_.SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([&](const std::string&, rpc_port_h port) {
     const auto request = Receive(port);
     tag.Update([&](std::string& text) { text = request.parcel.tag().value_or("none"); });
     ParcelOwner answer;
@@ -66,7 +66,7 @@ TEST_F(Call, SendsOneParcelSeveralTimes) {
 }
 
 TEST_F(Call, CarriesLargeParcelsBothWays) {
-  service_.SetHandler([](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([](const std::string&, rpc_port_h port) {
     const auto request = Receive(port);
     ParcelOwner answer;
     answer.SetSequence(request.parcel.sequence());
@@ -88,7 +88,7 @@ TEST_F(Call, CarriesLargeParcelsBothWays) {
 
 TEST_F(Call, KeepsTheOrderOfOneClient) {
   Watched<std::vector<int>> seen;
-  service_.SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([&](const std::string&, rpc_port_h port) {
     const int value = Receive(port).parcel.Int().value_or(-1);
     seen.Update([&](auto& values) { values.push_back(value); });
     return 0;
@@ -134,7 +134,7 @@ TEST_F(Call, TellsClientsApart) {
 
 TEST_F(Call, DropsARequestThatItsEventDidNotRead) {
   std::atomic<int> number{0};
-  service_.SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([&](const std::string&, rpc_port_h port) {
     return number++ == 0 ? -1 : TestService::Answer(port);
   });
   TestClient client(client_thread_);
@@ -145,7 +145,7 @@ TEST_F(Call, DropsARequestThatItsEventDidNotRead) {
 
 TEST_F(Call, HasOneParcelAnEvent) {
   Watched<std::vector<int>> results;
-  service_.SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([&](const std::string&, rpc_port_h port) {
     const auto first = Receive(port);
     const auto second = Receive(port);
     results.Update([&](auto& all) { all = {first.result, second.result}; });
@@ -160,7 +160,7 @@ TEST_F(Call, HasOneParcelAnEvent) {
 }
 
 TEST_F(Call, GoesOnAfterAHandlerThatFails) {
-  service_.SetHandler([](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([](const std::string&, rpc_port_h port) {
     TestService::Answer(port);
     return -1;
   });
@@ -195,7 +195,7 @@ TEST_F(Call, DeliversCallbackParcelsOnTheClientsThread) {
 }
 
 TEST_F(Call, DeliversWhatTheServiceSendsInItsConnectedCallback) {
-  service_.OnConnected([&](const std::string& id) {
+  const auto on_connected = service_.OnConnected([&](const std::string& id) {
     for (int i = 0; i < 3; ++i) {
       ParcelOwner parcel;
       parcel.Int(i);
@@ -216,7 +216,7 @@ TEST_F(Call, DeliversWhatTheServiceSendsInItsConnectedCallback) {
 TEST_F(Call, LetsSeveralThreadsSendOnOnePort) {
   std::atomic<int> sum{0};
   Watched<int> count;
-  service_.SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([&](const std::string&, rpc_port_h port) {
     sum += Receive(port).parcel.Int().value_or(0);
     count.Update([](int& number) { ++number; });
     return 0;

@@ -49,7 +49,7 @@ TEST_F(Connection, StandsWhenTheBlockingConnectReturns) {
 TEST_F(Connection, GivesTheServiceItsTwoPorts) {
   ASSERT_EQ(service_.Listen(), 0);
   Watched<std::pair<rpc_port_h, rpc_port_h>> ports;
-  service_.OnConnected([&](const std::string& id) {
+  const auto on_connected = service_.OnConnected([&](const std::string& id) {
     ports.Update([&](auto& pair) {
       pair = {service_.PortOf(id, RPC_PORT_PORT_MAIN), service_.PortOf(id, RPC_PORT_PORT_CALLBACK)};
     });
@@ -218,7 +218,7 @@ TEST_F(Connection, CanBeMadeAgainWithoutAMainLoop) {
 
 TEST_F(Connection, WakesAReaderWhenItEnds) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.SetHandler(
+  const auto handler = service_.SetHandler(
       [](const std::string&, rpc_port_h port) { return rpc_port_disconnect(port); });
   TestClient client(client_thread_);
   ASSERT_EQ(client.ConnectSync(), 0);
@@ -228,7 +228,7 @@ TEST_F(Connection, WakesAReaderWhenItEnds) {
 
 TEST_F(Connection, LeavesRepliesReadableThatCameBeforeItsEnd) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.SetHandler([](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([](const std::string&, rpc_port_h port) {
     TestService::Answer(port);
     return rpc_port_disconnect(port);
   });
@@ -273,14 +273,15 @@ INSTANTIATE_TEST_SUITE_P(Events, DestroyedIn,
 
 TEST_F(Connection, StubMayBeDestroyedInItsConnectedCallback) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.OnConnected([&](const std::string&) { service_.DestroyStub(); });
+  const auto on_connected =
+      service_.OnConnected([&](const std::string&) { service_.DestroyStub(); });
   TestClient client(client_thread_);
   EXPECT_NE(client.ConnectSync(), 0);
 }
 
 TEST_F(Connection, StubMayBeDestroyedInItsReceivedCallback) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([&](const std::string&, rpc_port_h port) {
     const auto request = Receive(port);
     service_.DestroyStub();
     return request.result;
@@ -293,7 +294,8 @@ TEST_F(Connection, StubMayBeDestroyedInItsReceivedCallback) {
 
 TEST_F(Connection, StubMayBeDestroyedInItsDisconnectedCallback) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.OnDisconnected([&](const std::string&) { service_.DestroyStub(); });
+  const auto on_disconnected =
+      service_.OnDisconnected([&](const std::string&) { service_.DestroyStub(); });
   TestClient client(client_thread_);
   TestClient other(client_thread_);
   ASSERT_EQ(client.ConnectSync(), 0);
@@ -304,7 +306,8 @@ TEST_F(Connection, StubMayBeDestroyedInItsDisconnectedCallback) {
 
 TEST_F(Connection, MayBeEndedInTheServicesConnectedCallback) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.OnConnected([&](const std::string& id) { rpc_port_disconnect(service_.PortOf(id)); });
+  const auto on_connected = service_.OnConnected(
+      [&](const std::string& id) { rpc_port_disconnect(service_.PortOf(id)); });
   TestClient client(client_thread_);
   EXPECT_LT(client.ConnectSync(), 0);
   EXPECT_EQ(Count(client.events().Get(), "rejected"), 1U);
@@ -314,7 +317,8 @@ TEST_F(Connection, MayBeEndedInTheServicesConnectedCallback) {
 
 TEST_F(Connection, RefusalIsToldToAClientThatDoesNotWait) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.OnConnected([&](const std::string& id) { rpc_port_disconnect(service_.PortOf(id)); });
+  const auto on_connected = service_.OnConnected(
+      [&](const std::string& id) { rpc_port_disconnect(service_.PortOf(id)); });
   TestClient client(client_thread_);
   EXPECT_EQ(client.Connect(), 0);
   EXPECT_TRUE(client.WaitForEvent("rejected"));
@@ -353,7 +357,8 @@ TEST_F(Connection, ProxyMayBeDestroyedWhileItsThreadDelivers) {
 
 TEST_F(Connection, ProxyMayBeDestroyedWhileOthersUseItsPort) {
   ASSERT_EQ(service_.Listen(), 0);
-  service_.SetHandler([](const std::string&, rpc_port_h) { return 0; });  // never answers
+  const auto handler =
+      service_.SetHandler([](const std::string&, rpc_port_h) { return 0; });  // never answers
   for (int round = 0; round < 20; ++round) {
     TestClient client(client_thread_);
     ASSERT_EQ(client.ConnectSync(), 0);
@@ -376,7 +381,7 @@ TEST_F(Connection, HandlerMayRunTheMainLoop) {
   ASSERT_EQ(service_.Listen(), 0);
   std::atomic<int> depth{0};
   std::atomic<int> deepest{0};
-  service_.SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service_.SetHandler([&](const std::string&, rpc_port_h port) {
     deepest = std::max(deepest.load(), ++depth);
     const int result = TestService::Answer(port);
     GMainContext* const context = g_main_context_get_thread_default();

@@ -20,6 +20,18 @@ void DeleteWork(gpointer data) {
   delete static_cast<Work*>(data);
 }
 
+// Counts what is running, whichever way it ends.
+class Running {
+ public:
+  explicit Running(int& count) : count_(count) { ++count_; }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+  ~Running() { --count_; }
+
+ private:
+  int& count_;
+};
+
 }  // namespace
 
 LoopThread::LoopThread()
@@ -193,25 +205,40 @@ void TestService::Note(const std::string& event) {
   events_.Update([&](Events& events) { events.push_back(event); });
 }
 
+// A callback that runs the main loop may be what runs the work of Do.
+TestService::Undo::~Undo() {
+  bool is_idle = false;
+  while (!is_idle) {
+    service_.thread_.Do([&] {
+      undo_();
+      is_idle = service_.running_ == 0;
+    });
+  }
+}
+
 void TestService::Connected(const char*, const char* instance, void* self) {
   auto& service = *static_cast<TestService*>(self);
   const std::string id(instance);
   service.instances_.Update([&](auto& all) { all.push_back(id); });
-  if (service.on_connected_) service.on_connected_(id);
+  const Running running(service.running_);
+  if (const Hook hook = service.on_connected_) hook(id);
   service.Note("connected " + id);
 }
 
 void TestService::Disconnected(const char*, const char* instance, void* self) {
   auto& service = *static_cast<TestService*>(self);
   const std::string id(instance);
-  if (service.on_disconnected_) service.on_disconnected_(id);
+  const Running running(service.running_);
+  if (const Hook hook = service.on_disconnected_) hook(id);
   service.Note("disconnected " + id);
 }
 
 int TestService::Request(const char*, const char* instance, rpc_port_h port, void* self) {
   auto& service = *static_cast<TestService*>(self);
   const std::string id(instance);
-  const int result = service.handler_(id, port);
+  const Handler handler = service.handler_;
+  const Running running(service.running_);
+  const int result = handler(id, port);
   service.Note("request " + id);
   return result;
 }

@@ -121,10 +121,25 @@ class TestService {
   TestService& operator=(const TestService&) = delete;
   ~TestService();
 
+  /// Puts what a test has set back, and waits until it does not run any more: it may use what is
+  /// local to the test.
+  class Undo {
+   public:
+    Undo(TestService& service, std::function<void()> undo)
+        : service_(service), undo_(std::move(undo)) {}
+    Undo(const Undo&) = delete;
+    Undo& operator=(const Undo&) = delete;
+    ~Undo();
+
+   private:
+    TestService& service_;
+    std::function<void()> undo_;
+  };
+
   int Listen();
-  void SetHandler(Handler handler) { handler_ = std::move(handler); }
-  void OnConnected(Hook hook) { on_connected_ = std::move(hook); }
-  void OnDisconnected(Hook hook) { on_disconnected_ = std::move(hook); }
+  [[nodiscard]] Undo SetHandler(Handler handler) { return Set(handler_, std::move(handler)); }
+  [[nodiscard]] Undo OnConnected(Hook hook) { return Set(on_connected_, std::move(hook)); }
+  [[nodiscard]] Undo OnDisconnected(Hook hook) { return Set(on_disconnected_, std::move(hook)); }
 
   /// On the thread of the events.
   void DestroyStub();
@@ -148,12 +163,19 @@ class TestService {
   static void Disconnected(const char* sender, const char* instance, void* self);
   static int Request(const char* sender, const char* instance, rpc_port_h port, void* self);
   void Note(const std::string& event);
+  template <typename Function>
+  Undo Set(Function& place, Function function) {
+    const Function before = place;
+    thread_.Do([&] { place = std::move(function); });
+    return Undo(*this, [&place, before] { place = before; });
+  }
 
   LoopThread thread_;
   rpc_port_stub_h stub_ = nullptr;
   Handler handler_;
   Hook on_connected_;
   Hook on_disconnected_;
+  int running_ = 0;  // callbacks, on the thread
   Watched<Events> events_;
   Watched<std::vector<std::string>> instances_;
 };

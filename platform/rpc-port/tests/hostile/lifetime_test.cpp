@@ -24,7 +24,7 @@ class Lifetime : public rpc_test::HostileTest {};
 
 TEST_F(Lifetime, ExceptionInAReceivedCallbackEndsThatConnection) {
   Start();
-  service().SetHandler([](const std::string&, rpc_port_h port) {
+  const auto handler = service().SetHandler([](const std::string&, rpc_port_h port) {
     const auto request = Receive(port);
     if (request.parcel.Int() == 13) throw std::runtime_error("unlucky");
     ParcelOwner answer;
@@ -45,14 +45,15 @@ TEST_F(Lifetime, ExceptionInAReceivedCallbackEndsThatConnection) {
 
 TEST_F(Lifetime, ExceptionThatIsNoneOfTheLanguagesOwnIsCaughtToo) {
   Start();
-  service().SetHandler([](const std::string&, rpc_port_h) -> int { throw 7; });
+  const auto handler = service().SetHandler([](const std::string&, rpc_port_h) -> int { throw 7; });
   EXPECT_EQ(honest().Call(1), std::nullopt);
   EXPECT_EQ(CountLog("exception in a received callback of a stub"), 1U);
 }
 
 TEST_F(Lifetime, ExceptionInAConnectedCallbackRefusesTheClient) {
   Start();
-  service().OnConnected([](const std::string&) { throw std::runtime_error("no room"); });
+  const auto on_connected =
+      service().OnConnected([](const std::string&) { throw std::runtime_error("no room"); });
   TestClient refused(client_thread());
   EXPECT_EQ(refused.ConnectSync(), -5);
   ExpectOthersServed();
@@ -61,7 +62,8 @@ TEST_F(Lifetime, ExceptionInAConnectedCallbackRefusesTheClient) {
 
 TEST_F(Lifetime, ExceptionInADisconnectedCallbackIsLogged) {
   Start();
-  service().OnDisconnected([](const std::string&) { throw std::runtime_error("farewell"); });
+  const auto on_disconnected =
+      service().OnDisconnected([](const std::string&) { throw std::runtime_error("farewell"); });
   {
     TestClient leaver(client_thread());
     ASSERT_EQ(leaver.ConnectSync(), 0);
@@ -90,7 +92,7 @@ TEST_F(Lifetime, ExceptionsInAProxysCallbacksAreLogged) {
 TEST_F(Lifetime, ParcelOfAnEventIsForItsThread) {
   Start();
   std::atomic<int> elsewhere{0};
-  service().SetHandler([&](const std::string&, rpc_port_h port) {
+  const auto handler = service().SetHandler([&](const std::string&, rpc_port_h port) {
     std::thread([&] { elsewhere = Receive(port).result; }).join();
     return TestService::Answer(port);
   });
@@ -168,7 +170,7 @@ TEST_F(Lifetime, DestroyEndsAPendingConnect) {
 // The reader is inside the call when its proxy goes.
 TEST_F(Lifetime, DestroyEndsARead) {
   Start();
-  service().SetHandler([](const std::string&, rpc_port_h) { return 0; });
+  const auto handler = service().SetHandler([](const std::string&, rpc_port_h) { return 0; });
   for (int round = 0; round < 30; ++round) {
     TestClient client(client_thread());
     ASSERT_EQ(client.ConnectSync(), 0);
