@@ -1,6 +1,14 @@
 /* dlog: the log service. One call makes one record with a priority and a tag; where records go and
- * which are dropped is set by environment variables (see the page of this service). Thread-safe;
- * never blocks on its sink and never raises a signal.
+ * which are dropped is set by two environment variables, read by the first record of the process:
+ *
+ *   KAVREL_LOG        stderr, file:PATH, journal, journal:SOCKET or none. Unset: the journal when
+ *                     standard error is its stream, else standard error.
+ *   KAVREL_LOG_LEVEL  verbose, debug, info, warning, error, fatal or none: the least priority that
+ *                     is logged. Unset: info, or error when KAVREL_LOG is unset and records go to
+ *                     standard error.
+ *
+ * Threads: any, also several at once, also in a forked child. A call never waits for whoever reads
+ * the log, raises no signal and keeps errno.
  */
 #ifndef DLOG_H
 #define DLOG_H
@@ -22,9 +30,13 @@ enum {
 /* Logs one record.
  *   priority  2 to 7, see above
  *   tag       names the module; null counts as an empty tag
- *   format    as printf's; the formatted text is one record whatever it holds
- * Returns the number of bytes logged, 0 when the record was filtered out, -22 (invalid argument)
- * for an unknown priority or a null format, another negative errno value when the sink failed. */
+ *   format    as printf's; the formatted text is one record whatever it holds. The newline that
+ *             ends most texts is the record's end.
+ * Returns the number of bytes of text that were logged (0 for an empty text, too), or 0 when the
+ * record was filtered out. -22 (EINVAL): the priority is none of these or the format is null; other
+ * negative errno values: the record is lost, such as -11 (EAGAIN) when nobody reads it, -32 (EPIPE)
+ * when nobody will and -28 (ENOSPC) when the disk is full. The next record that gets through says how
+ * many were lost. */
 int dlog_print(int priority, const char *tag, const char *format, ...)
     __attribute__((format(printf, 3, 4), visibility("default")));
 
