@@ -81,7 +81,9 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   void OnMainReady(std::uint32_t events);
   void OnDeadline();
   void Read();
-  bool DeliverRequests();
+  bool DeliverRequests(int& budget);
+  bool MayHaveMore();
+  void NoteNothingMore();
   void MindPartialRequest(bool has_progressed);
   void End();
 
@@ -97,6 +99,7 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   ServicePort main_port_;
   ServicePort callback_port_;
   Intake intake_{Intake::Descriptors::kRefuse};
+  int looks_to_skip_ = 0;
   bool is_joined_ = false;
   bool is_retired_ = false;
 };
