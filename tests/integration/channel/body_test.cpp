@@ -1,0 +1,164 @@
+// Bodies, paths and members that no honest partner sends.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "channel_fixture.h"
+
+namespace kavrel_test {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+class BodyTest : public ChannelTest {
+ protected:
+  BodyTest() {
+    end_.SetPluginDubsMsgCB([this](CMessage& message) {
+      taken_.push_back(PairsOf(message));
+      return true;
+    });
+    peer_->Open("host", kHost, kPlugin);
+    EXPECT_TRUE(IterateUntil([&] { return end_.IsConnectionReady(); }));
+  }
+
+  Json Call(const std::string& member, const std::string& body, int limit = -1,
+            const std::string& path = kPath) {
+    peer_->Tell({{"do", "call"},
+                 {"destination", OwnUniqueName()},
+                 {"path", path},
+                 {"interface", kInterface},
+                 {"member", member},
+                 {"body", body},
+                 {"limit", limit}});
+    // The loop runs beside the peer's wait: a timer of GIO's looks at what the peer has told.
+    Json told;
+    const bool came = IterateUntil([&] {
+      const auto line =
+          peer_->process().WaitForLine("\"event\":\"called\"", std::chrono::milliseconds(1));
+      if (line) told = Json::parse(*line);
+      g_main_context_wakeup(nullptr);
+      return line.has_value();
+    });
+    EXPECT_TRUE(came);
+    return told;
+  }
+  void Emit(const std::string& member, const std::string& body, const std::string& path = kPath) {
+    peer_->Do({{"do", "emit"},
+               {"destination", OwnUniqueName()},
+               {"path", path},
+               {"interface", kInterface},
+               {"member", member},
+               {"body", body}},
+              "emitted");
+  }
+  // A message that comes after everything sent before.
+  void Settle() {
+    const Pairs settled = {{"settle", ""}};
+    peer_->Tell({{"do", "notify"}, {"pairs", settled}});
+    ASSERT_TRUE(IterateUntil([&] { return !taken_.empty() && taken_.back() == settled; }));
+    taken_.pop_back();
+  }
+
+  OpenPlugin end_{kHost, kPlugin};
+  std::vector<Pairs> taken_;
+  std::unique_ptr<BusPeer> peer_ = MakePythonPeer();
+};
+
+class ForeignBodyOnTheBus : public BodyTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ForeignBodyOnTheBus, IsDroppedWithOneLineAndNeverRead) {
+  const Json told = Call("Send", GetParam());
+  EXPECT_THAT(told.value("error", ""), HasSubstr("InvalidArgs"));
+  EXPECT_THAT(Errors(), ElementsAre(HasSubstr("Call of Send from")));
+  log_.Take();
+  Emit("SendSignal", GetParam());
+  Settle();
+  EXPECT_THAT(Errors(), ElementsAre(HasSubstr("Notification from")));
+  EXPECT_THAT(taken_, IsEmpty());
+  CMessage message = MessageOf({{"a", "1"}});
+  EXPECT_TRUE(end_.SendMessage(message, 0));
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, ForeignBodyOnTheBus,
+                         testing::Values("()", "('a',)", "(1, 2)", "([('a', 'b', 'c')],)",
+                                         "([('a', 'b')], 'more')", "({'a': 'b'},)", "([1, 2],)",
+                                         "(<[('a', 'b')]>,)", "([@a(ss) []],)",
+                                         "(0.5, true, 'x')"));
+
+class ForeignReply : public BodyTest, public testing::WithParamInterface<const char*> {};
+
+TEST_P(ForeignReply, IsDroppedAndCountsAsFalse) {
+  peer_->Tell({{"do", "answer_body"}, {"body", GetParam()}});
+  CMessage message = MessageOf({{"a", "1"}});
+  EXPECT_FALSE(end_.SendMessage(message, 0));
+  EXPECT_THAT(Errors(), ElementsAre(HasSubstr("Reply dropped: body of type ")));
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, ForeignReply,
+                         testing::Values("()", "('true',)", "(1,)", "(true, true)", "([true],)"));
+
+TEST_F(BodyTest, MemberOfASignalDoesNotMatter) {
+  Emit("Anything", "([('a', '1')],)");
+  Settle();
+  EXPECT_THAT(taken_, ElementsAre(Pairs{{"a", "1"}}));
+  EXPECT_THAT(Errors(), IsEmpty());
+}
+
+TEST_F(BodyTest, MethodThatIsNotDescribedIsRefusedByGio) {
+  EXPECT_THAT(Call("Other", "([('a', '1')],)").value("error", ""), HasSubstr("UnknownMethod"));
+  EXPECT_THAT(taken_, IsEmpty());
+}
+
+TEST_F(BodyTest, SignalFromAnotherPathIsNotHeard) {
+  Emit("SendSignal", "([('a', '1')],)", std::string(kPath) + "/more");
+  Settle();
+  EXPECT_THAT(taken_, IsEmpty());
+}
+
+TEST_F(BodyTest, SignalFromAnotherSenderIsNotHeard) {
+  const auto stranger = MakePythonPeer();
+  stranger->Do({{"do", "emit"},
+                {"destination", OwnUniqueName()},
+                {"path", kPath},
+                {"interface", kInterface},
+                {"member", "SendSignal"},
+                {"body", "([('a', '1')],)"}},
+               "emitted");
+  Settle();
+  EXPECT_THAT(taken_, IsEmpty());
+}
+
+// Where the object's handlers are found under another path they do not answer at all.
+TEST_F(BodyTest, CallUnderAnotherPathGetsNoAnswer) {
+  const std::string other = "/org/zarnet/kavrel/CommunicationChannel/other";
+  const kavrel::glib::NodeInfo node(g_dbus_node_info_new_for_xml(
+      "<node><interface name='org.zarnet.kavrel.DbusCommunication'><method name='Send'>"
+      "<arg type='a(ss)' direction='in'/><arg type='b' direction='out'/></method>"
+      "</interface></node>",
+      nullptr));
+  const kavrel::glib::Connection connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+  kavrel::glib::Error error;
+  const auto registration = kavrel::glib::RegisterObject(
+      connection.get(), other.c_str(), node.get(), &kavreldbus::CBaseDbus::m_vTable, &end_, error);
+  ASSERT_TRUE(registration) << error.message();
+  const Json told = Call("Send", "([('a', '1')],)", 300, other);
+  EXPECT_THAT(told.value("error", ""), testing::AnyOf(HasSubstr("Timeout"), HasSubstr("NoReply")));
+  EXPECT_EQ(CountLines(("dbus object name: " + std::string(kPath)).c_str()), 1U);
+  EXPECT_THAT(taken_, IsEmpty());
+}
+
+TEST_F(BodyTest, HandlersTestBodiesThemselves) {
+  const kavrel::glib::Connection connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+  const auto number = kavrel::glib::Sink(g_variant_new("(i)", 1));
+  EXPECT_FALSE(OpenPlugin::m_NameOwnerChangedCallback(connection.get(), number.get(), &end_));
+  OpenPlugin::m_AckNameOwnerChangedCallback(connection.get(), "", "", "", "", number.get(), &end_);
+  OpenPlugin::m_AckNameOwnerChangedCallback(connection.get(), "", "", "", "", nullptr, &end_);
+  EXPECT_THAT(Errors(),
+              ElementsAre(HasSubstr("NameOwnerChanged dropped: body of type (i), must be (sss)"),
+                          HasSubstr("body of type (i)"), HasSubstr("body of type none")));
+  EXPECT_TRUE(end_.IsConnectionReady());
+}
+
+}  // namespace
+}  // namespace kavrel_test

@@ -1,0 +1,55 @@
+// The fuzz target's seeds, and mutations of them, in every build.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <vector>
+
+#include "message_decoder.h"
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+std::vector<Bytes> Seeds() {
+  std::vector<Bytes> seeds;
+  for (const auto& entry : std::filesystem::directory_iterator(KAVREL_MESSAGE_SEEDS)) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    seeds.emplace_back(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
+  }
+  return seeds;
+}
+
+void Decode(const Bytes& bytes) {
+  kavrel_fuzz::DecodeMessage(bytes.data(), bytes.size());
+}
+
+TEST(MessageDecoder, TakesItsSeeds) {
+  const auto seeds = Seeds();
+  EXPECT_GE(seeds.size(), 9U);
+  for (const Bytes& seed : seeds) Decode(seed);
+}
+
+TEST(MessageDecoder, SurvivesEveryTruncation) {
+  for (const Bytes& seed : Seeds()) {
+    for (std::size_t size = 0; size < seed.size(); ++size) {
+      Decode(Bytes(seed.begin(), seed.begin() + static_cast<std::ptrdiff_t>(size)));
+    }
+  }
+}
+
+TEST(MessageDecoder, SurvivesMutations) {
+  std::mt19937 random(20'000);
+  const auto seeds = Seeds();
+  for (int i = 0; i < 20'000; ++i) {
+    Bytes bytes = seeds[random() % seeds.size()];
+    for (unsigned change = random() % 8; change > 0 && !bytes.empty(); --change) {
+      bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
+    }
+    Decode(bytes);
+  }
+}
+
+}  // namespace
