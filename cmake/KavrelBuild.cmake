@@ -26,6 +26,11 @@ target_compile_options(kavrel_build_options INTERFACE
 target_link_options(kavrel_build_options INTERFACE -Wl,-z,relro -Wl,-z,now)
 target_compile_definitions(kavrel_build_options INTERFACE _GNU_SOURCE)
 
+if(KAVREL_BUILD_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link)
+  add_link_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(KAVREL_SANITIZE)
   list(JOIN KAVREL_SANITIZE "," sanitizers)
   add_compile_options(-fsanitize=${sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
