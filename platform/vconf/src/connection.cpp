@@ -14,6 +14,7 @@
 #include "damage.h"
 #include "directories.h"
 #include "log.h"
+#include "patience.h"
 
 namespace kavrel_vconf {
 namespace {
@@ -22,8 +23,6 @@ using kavrel_platform::UniqueFd;
 
 // For dead readers; each look asks the kernel about every reader.
 constexpr std::size_t kGrowthBetweenLooks = std::size_t{256} << 10;
-
-constexpr int kLockAttempts = 10000;  // of a millisecond each
 
 constexpr int kDamaged = 1;  // beside negative errno values: the values' file cannot be used
 
@@ -73,7 +72,7 @@ int LockDirectory(int directory, UniqueFd* lock) {
   if (!*lock) return -errno;
   for (int attempt = 0; ::flock(lock->get(), LOCK_EX | LOCK_NB) != 0; ++attempt) {
     if (errno != EWOULDBLOCK && errno != EINTR) return -errno;
-    if (attempt == kLockAttempts) return -ETIMEDOUT;
+    if (attempt == LockTimeout().count()) return -ETIMEDOUT;
     PauseForAMillisecond();
   }
   return 0;

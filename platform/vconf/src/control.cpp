@@ -11,13 +11,15 @@
 #include <new>
 #include <vector>
 
+#include "barrier.h"
+#include "patience.h"
+
 namespace kavrel_vconf {
 namespace {
 
 constexpr std::uint64_t kMagic = 0x766e6f63666b7601;  // says "vconfk", and the byte order
 // Processes of another word size or C library lay the page out differently: they must not mix.
 constexpr std::uint32_t kFormat = 1 + (sizeof(void*) << 8) + (sizeof(pthread_mutex_t) << 16);
-constexpr long kLockTimeoutSeconds = 10;
 
 std::array<char, 48> BootId() {
   std::array<char, 48> id{};
@@ -117,7 +119,6 @@ int InitialiseControl(int fd, std::uint64_t sequence, std::uint64_t generation) 
   page->boot_id = BootId();
   page->generation = generation != 0 ? generation : NewGeneration();
   const int error = InitialiseLock(&page->writer_lock);
-  std::atomic_thread_fence(std::memory_order_release);
   page->magic = kMagic;
   ::munmap(page, sizeof(ControlPage));
   return error;
@@ -145,14 +146,7 @@ WriterLock::~WriterLock() {
 }
 
 int WriterLock::Take() {
-  int error = ::pthread_mutex_trylock(&page_->writer_lock);
-  if (error == EBUSY) {
-    // The monotonic clock: televisions set the other one when they first see a broadcast.
-    timespec deadline{};
-    ::clock_gettime(CLOCK_MONOTONIC, &deadline);
-    deadline.tv_sec += kLockTimeoutSeconds;
-    error = ::pthread_mutex_clocklock(&page_->writer_lock, CLOCK_MONOTONIC, &deadline);
-  }
+  int error = LockPatiently(&page_->writer_lock);
   if (error == EOWNERDEAD) error = ::pthread_mutex_consistent(&page_->writer_lock);
   held_ = error == 0;
   return -error;
@@ -168,7 +162,7 @@ ChangeMark::ChangeMark(ControlPage* page, std::uint64_t hash)
   const auto number = static_cast<std::uint32_t>(hash % ControlPage::kWords);
   page_->in_flight.store(number + 1, std::memory_order_release);
   word_.store(2 * sequence_ + 1, std::memory_order_release);
-  std::atomic_thread_fence(std::memory_order_seq_cst);
+  FullBarrier();
 }
 
 ChangeMark::~ChangeMark() {

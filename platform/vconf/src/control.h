@@ -82,7 +82,7 @@ class WriterLock {
   WriterLock(const WriterLock&) = delete;
   WriterLock& operator=(const WriterLock&) = delete;
 
-  /// 0, or -ETIMEDOUT after ten seconds.
+  /// 0, or -ETIMEDOUT after LockTimeout().
   int Take();
 
  private:

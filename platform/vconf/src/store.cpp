@@ -1,16 +1,15 @@
 #include "store.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <limits>
 
+#include "barrier.h"
 #include "log.h"
+#include "patience.h"
 
 namespace kavrel_vconf {
 namespace {
-
-constexpr std::chrono::seconds kWriteTimeout{10};
 
 // A result beside errno values and LMDB's: the files were replaced, do it again on the new ones.
 constexpr int kTryAgain = std::numeric_limits<int>::max();
@@ -50,7 +49,7 @@ int Store::Connect() {
 }
 
 int Store::EnsureConnected() {
-  const std::unique_lock writing(write_mutex_, kWriteTimeout);
+  const std::unique_lock writing = LockPatiently(write_mutex_);
   if (!writing) return -ETIMEDOUT;
   const std::lock_guard reading(read_mutex_);
   return Connect();
@@ -107,7 +106,7 @@ void Store::LookOnce(const Key& key, Look* look) {
   look->word = &control->WordOf(key.hash);
   look->word_value = look->word->load(std::memory_order_acquire);
   look->error = ReadRecord(key, &look->value);
-  std::atomic_thread_fence(std::memory_order_acquire);
+  AcquireBarrier();
   if (look->word->load(std::memory_order_relaxed) != look->word_value) look->word_value = 1;
 }
 
@@ -130,7 +129,7 @@ Store::Look Store::Read(const Key& key) {
 }
 
 int Store::Write(const Key& key, const Value& value, Look* look) {
-  const std::unique_lock writing(write_mutex_, kWriteTimeout);
+  const std::unique_lock writing = LockPatiently(write_mutex_);
   if (!writing) return -ETIMEDOUT;
   for (int attempt = 0; attempt < kAttempts; ++attempt) {
     {

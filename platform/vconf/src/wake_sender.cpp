@@ -13,6 +13,7 @@
 #include <exception>
 #include <thread>
 
+#include "barrier.h"
 #include "log.h"
 
 namespace kavrel_vconf {
@@ -57,7 +58,7 @@ std::uint64_t WakeSender::CountSleepers() const {
 // Watchers say that they sleep and then look once more; we have changed something and then look
 // who sleeps. With a full barrier on both sides one of the two sees the other.
 void WakeSender::Wake() {
-  std::atomic_thread_fence(std::memory_order_seq_cst);
+  FullBarrier();
   const std::uint64_t sleepers = CountSleepers();
   if (sleepers == 0 || due_.load(std::memory_order_acquire)) return;
   if (sleepers < kCrowd && !resting_.load(std::memory_order_acquire)) {

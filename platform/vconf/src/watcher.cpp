@@ -6,6 +6,7 @@
 #include <exception>
 #include <utility>
 
+#include "barrier.h"
 #include "keynode.h"
 #include "log.h"
 #include "read_cache.h"
@@ -297,7 +298,7 @@ void Watcher::PlanNextLook() {
       watched.ticket = watched.control->asleep.fetch_add(1, std::memory_order_seq_cst) + 1;
     }
   }
-  std::atomic_thread_fence(std::memory_order_seq_cst);
+  FullBarrier();
   const auto changed = [this](const auto& key) {
     return WatchedOf(key->family).pause_us == 0 && HasChanged(*key);
   };

@@ -35,6 +35,14 @@ class Forked {
     Signal(SIGSTOP);
     ::waitpid(pid_, nullptr, WUNTRACED);
   }
+  /// Waits until the process has stopped itself; false when it has ended instead.
+  bool WaitUntilStopped() {
+    int status = 0;
+    ::waitpid(pid_, &status, WUNTRACED);
+    if (WIFSTOPPED(status)) return true;
+    pid_ = -1;
+    return false;
+  }
   void Continue() const { Signal(SIGCONT); }
 
   void Kill() {

@@ -31,6 +31,7 @@ struct Plan {
   bool failed = false;     // whether one did
   bool read_only = false;  // nothing can be opened for writing or made
   bool kill_in_wake = false;
+  int stop_in_write = 0;  // the n-th write of a set stops the process
   int watch_error = 0;    // of inotify
   int poll_error = 0;     // of epoll
   long allocations = -1;  // so many succeed, then one fails; negative: all succeed
@@ -56,6 +57,7 @@ bool IsRefused(int flags) {
 extern "C" {
 
 ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
+  if (plan.stop_in_write > 0 && --plan.stop_in_write == 0) ::raise(SIGSTOP);
   return FailsNow() ? -1 : ::syscall(SYS_pwrite64, fd, bytes, size, offset);
 }
 
@@ -376,6 +378,40 @@ TEST_F(KilledInMidSet, StoredButNotNotified) {
       if (*child > 0) ::kill(*child, SIGKILL);
     }
     EXPECT_EQ(vconf_ignore_key_changed(kKey, Count), 0);
+  });
+}
+
+using StoppedInMidSet = FreshStoreTest;
+
+// A process stopped inside a set holds the store. Other writers fail after the stated time, readers
+// do not wait at all, and everything works again when it is killed or goes on.
+TEST_F(StoppedInMidSet, BlocksWritersForAStatedTimeAndReadersNever) {
+  const kavrel_test::ScopedEnvironment timeout("KAVREL_VCONF_TIMEOUT_MS", "300");
+  Run([] {
+    ASSERT_EQ(vconf_set_int(kKey, 1), 0);
+    int stops = 0;
+    for (int write = 1; write <= 3; ++write) {
+      for (const bool is_killed : {true, false}) {
+        Forked stopped([&] {
+          plan.stop_in_write = write;
+          return vconf_set_int("memory/kavrel_test/other", write);
+        });
+        if (!stopped.WaitUntilStopped()) continue;  // the set has fewer writes
+        ++stops;
+        Run([] { EXPECT_EQ(IntOf(kKey), 1); });
+        EXPECT_EQ(vconf_set_int(kKey, 2), -ETIMEDOUT);
+        EXPECT_EQ(IntOf(kKey), 1);
+        if (is_killed) {
+          stopped.Kill();
+        } else {
+          stopped.Continue();
+          EXPECT_EQ(stopped.Wait(), 0);
+          EXPECT_EQ(IntOf("memory/kavrel_test/other"), write);
+        }
+        EXPECT_EQ(vconf_set_int(kKey, 1), 0);
+      }
+    }
+    EXPECT_GE(stops, 2);
   });
 }
 

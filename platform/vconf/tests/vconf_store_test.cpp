@@ -1,4 +1,5 @@
 // Values and their files: what survives what, who may look, how much fits.
+#include <dlog.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -244,16 +245,16 @@ TEST_F(Limits, AFullStoreRefusesAndKeepsWhatItHas) {
 
 TEST_F(Limits, WithoutADescriptorToSpareEverythingFailsAndLaterWorks) {
   Run([] {
+    // A sanitizer that checks a call for the first time needs descriptors itself.
+    dlog_print(DLOG_ERROR, "vconf", "%s", "two refusals follow");
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
     rlimit none = before;
-    none.rlim_cur = 3;
+    none.rlim_cur = 6;  // fewer than a store needs
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    Loop* loop = nullptr;
     EXPECT_EQ(vconf_set_int(kMemory, 1), -EMFILE);
     EXPECT_EQ(IntOf(kMemory), -EMFILE);
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-    EXPECT_EQ(loop, nullptr);
     EXPECT_EQ(vconf_set_int(kMemory, 1), 0);
     EXPECT_EQ(IntOf(kMemory), 1);
   });

@@ -1,0 +1,4 @@
+// The headers compile alone, as C++.
+#include <vconf.h>
+
+#include <vconf-ext.h>
