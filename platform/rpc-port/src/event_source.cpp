@@ -90,6 +90,7 @@ EventSource::EventSource(GMainContext* context, const char* name, int fd, std::i
 }
 
 EventSource::~EventSource() {
+  kavrel_platform::GiveObject(state_);
   ::g_source_destroy(source_);
   ::g_source_unref(source_);
 }

@@ -85,6 +85,33 @@ TEST_F(ServiceAttack, WrongSequenceNumbersForEverEndAtTheDeadline) {
   EXPECT_EQ(result, -110);
 }
 
+void LetTimePass(std::chrono::milliseconds time) {
+  const auto end = std::chrono::steady_clock::now() + time;
+  while (std::chrono::steady_clock::now() < end) std::this_thread::yield();
+}
+
+TEST_F(ServiceAttack, ParcelsThatAreHereDoNotExtendTheDeadline) {
+  Set("KAVREL_RPC_TIMEOUT_MS", "200");
+  const FakeService service(runtime(), kName, [this](FakeConnection& connection) {
+    for (int i = 0; i < 100; ++i) connection.Send(IntFrame(i));
+    AwaitClient();
+  });
+  TestClient client(client_thread());
+  ASSERT_EQ(client.ConnectSync(), 0);
+  ASSERT_EQ(client.Send(1), 0);
+  EXPECT_EQ(Receive(client.port()).parcel.Int(), 0);
+  LetTimePass(std::chrono::milliseconds(250));
+  EXPECT_EQ(Receive(client.port()).result, -110);
+  // The call is over; who reads on begins anew.
+  EXPECT_EQ(Receive(client.port()).parcel.Int(), 1);
+  // And who looks late, but for the first time, gets what is there.
+  ASSERT_EQ(client.Send(1), 0);
+  LetTimePass(std::chrono::milliseconds(250));
+  EXPECT_EQ(Receive(client.port()).parcel.Int(), 2);
+  EXPECT_EQ(Receive(client.port()).result, -110);
+  Over();
+}
+
 TEST_F(ServiceAttack, AnswerInDribsEndsAtTheDeadline) {
   Set("KAVREL_RPC_TIMEOUT_MS", "300");
   const FakeService service(runtime(), kName, [this](FakeConnection& connection) {

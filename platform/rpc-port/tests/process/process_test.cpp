@@ -1,5 +1,6 @@
 // Services and clients that are killed, stopped, forked, limited, or of another user.
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "fake_service.h"
 #include "hostile_test.h"
 
 namespace {
@@ -246,6 +248,22 @@ TEST_F(Process, StrangersServiceIsNotConnectedTo) {
   EXPECT_EQ(client.ConnectSync(), -13);
   ASSERT_EQ(::chown(runtime().c_str(), 0, 0), 0);
   EXPECT_EQ(client.ConnectSync(), 0);
+}
+
+// The socket is root's, but who listens on it is not.
+TEST_F(Process, StrangerWhoListensIsNotConnectedTo) {
+  if (!CanBecomeStranger()) {
+    EXPECT_FALSE(rpc_test::IsTrustedBy(::geteuid(), "", kStranger));
+    return;
+  }
+  const auto listener = rpc_test::ListenAt(runtime(), kName);
+  ASSERT_EQ(::seteuid(kStranger), 0);
+  const int listening = ::listen(listener.get(), 16);  // the kernel notes who does
+  ASSERT_EQ(::seteuid(0), 0);
+  ASSERT_EQ(listening, 0);
+  TestClient client(client_thread());
+  EXPECT_EQ(client.ConnectSync(), -13);
+  EXPECT_EQ(CountLog("the service's user 65534 "), 1U);
 }
 
 }  // namespace

@@ -113,6 +113,7 @@ TEST_F(PollerTest, IsLateOnce) {
   PipeWatch& watch = Make("staller");
   poller_.SetDeadline(watch, NowMs() - 1);
   EXPECT_TRUE(poller_.HasDeadline(watch));
+  source_->Kick();
   TurnAll();
   EXPECT_FALSE(poller_.HasDeadline(watch));
   EXPECT_EQ(calls_, Calls{"late staller"});
