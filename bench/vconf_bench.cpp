@@ -320,30 +320,35 @@ void WakeFutex() {
   syscall(SYS_futex, futex_word, FUTEX_WAKE, 1 << 20, nullptr, nullptr, 0);
 }
 
-void MeasureFanOut(Row& row, FanOut& fan_out, int count) {
-  std::vector<double> samples;
-  for (int i = 0; i < count; ++i) {
-    samples.push_back(fan_out.Once());
-    fan_out.Settle();
-  }
-  AddSamples(row, samples);
-}
+// The watchers of one kind live for one round: together, those of all kinds would want more inotify
+// instances than a user has.
+struct WakeUp {
+  const char* name;
+  FanOut::WaitFunction wait;
+  std::function<void()> wake;
+};
 
 void RunFanOut(const char* title, const std::string& directory, int watchers, int count,
                int writer_cpu, int watcher_cpu) {
   const std::string path = directory + "/wake";
   if (writer_cpu >= 0) PinTo(writer_cpu);
-  FanOut futex(watchers, watcher_cpu, WaitForFutex, WakeFutex);
-  const auto wake_inotify = WakeInotify(path);
-  FanOut inotify(watchers, watcher_cpu, WaitForInotify(path), wake_inotify);
-  FanOut vconf(watchers, watcher_cpu, WaitForVconf, WakeVconf);
-  const auto row = [count](const char* name, FanOut& fan_out) {
-    return Row{name, [&fan_out, count](Row& own) { MeasureFanOut(own, fan_out, count); }, {}, {}};
-  };
-  RunLatencyTable(title,
-                  {row("bare inotify wake-up", inotify), row("bare futex wake-up", futex),
-                   row("vconf, set to callback", vconf)},
-                  kRounds);
+  const WakeUp kinds[] = {{"bare inotify wake-up", WaitForInotify(path), WakeInotify(path)},
+                          {"bare futex wake-up", WaitForFutex, WakeFutex},
+                          {"vconf, set to callback", WaitForVconf, WakeVconf}};
+  std::vector<Row> rows;
+  for (const WakeUp& kind : kinds) {
+    const auto measure = [&kind, watchers, watcher_cpu, count](Row& row) {
+      FanOut fan_out(watchers, watcher_cpu, kind.wait, kind.wake);
+      std::vector<double> samples;
+      for (int i = 0; i < count; ++i) {
+        samples.push_back(fan_out.Once());
+        fan_out.Settle();
+      }
+      AddSamples(row, samples);
+    };
+    rows.push_back({kind.name, measure, {}, {}});
+  }
+  RunLatencyTable(title, std::move(rows), kRounds);
 }
 
 void BenchCallback(const std::string& directory) {

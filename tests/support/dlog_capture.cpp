@@ -10,6 +10,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "failing_allocations.h"
+
 namespace kavrel_test {
 namespace {
 
@@ -74,6 +76,7 @@ void DlogCapture::Record(LogEntry entry) {
 
 struct FakeDlogFunctions {
   static int Print(int priority, const char* tag, const char* format, va_list arguments) {
+    const FakeAtWork at_work;
     if (priority < DLOG_VERBOSE || priority > DLOG_FATAL || format == nullptr) return -EINVAL;
     const std::string text = Format(format, arguments);
     // Not held by a test: a late event of an earlier one, say.

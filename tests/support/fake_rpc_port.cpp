@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "failing_allocations.h"
 #include "fake_rpc_port_handles.h"
 #include "live_texts.h"
 
@@ -289,8 +290,10 @@ void FakeRpcPort::RaiseClientDisconnected(const std::string& sender, const std::
   std::erase_if(stub.connections, is_meant);
 }
 
+// What the event's callbacks allocate may fail, what the fake does for it may not.
 int FakeRpcPort::RaiseRequest(const std::string& sender, const std::string& instance,
                               ParcelContent request) {
+  auto at_work = std::make_optional<FakeAtWork>();
   std::unique_lock lock(mutex_);
   Port* main = nullptr;
   for (const auto& [name, port] : stub_->connections) {
@@ -300,6 +303,7 @@ int FakeRpcPort::RaiseRequest(const std::string& sender, const std::string& inst
   main->incoming.push_back(std::move(request));
   const auto callbacks = stub_->received;
   lock.unlock();
+  at_work.reset();
   int result = 0;
   for (const auto& one : callbacks) {
     result = one.callback(sender.c_str(), instance.c_str(), main, one.user_data);

@@ -5,6 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "failing_allocations.h"
 #include "fake_rpc_port.h"
 #include "fake_rpc_port_handles.h"
 #include "live_texts.h"
@@ -265,151 +266,186 @@ using kavrel_test::fake_rpc::Parcel;
 using kavrel_test::fake_rpc::Proxy;
 using kavrel_test::fake_rpc::Stub;
 
+namespace {
+
+// The fake's own allocations are not under test.
+template <class Action>
+int Served(const Action& action) {
+  const kavrel_test::FakeAtWork at_work;
+  return action();
+}
+
+}  // namespace
+
 int rpc_port_proxy_create(rpc_port_proxy_h* proxy) {
-  return F::CreateProxy(proxy);
+  return Served([&] { return F::CreateProxy(proxy); });
 }
 
 int rpc_port_proxy_destroy(rpc_port_proxy_h proxy) {
-  return F::Destroy<Proxy>("proxy_destroy", proxy);
+  return Served([&] { return F::Destroy<Proxy>("proxy_destroy", proxy); });
 }
 
 int rpc_port_proxy_connect(rpc_port_proxy_h proxy, const char* app_id, const char* port_name) {
-  return F::Connect("proxy_connect", proxy, app_id, port_name);
+  return Served([&] { return F::Connect("proxy_connect", proxy, app_id, port_name); });
 }
 
 int rpc_port_proxy_connect_sync(rpc_port_proxy_h proxy, const char* app_id, const char* port_name) {
-  return F::ConnectSync(proxy, app_id, port_name);
+  return Served([&] { return F::ConnectSync(proxy, app_id, port_name); });
 }
 
 int rpc_port_proxy_add_connected_event_cb(rpc_port_proxy_h proxy,
                                           rpc_port_proxy_connected_event_cb cb, void* user_data) {
-  return F::AddCallback("proxy_add_connected_event_cb", proxy, &Proxy::connected, cb, user_data);
+  return Served([&] {
+    return F::AddCallback("proxy_add_connected_event_cb", proxy, &Proxy::connected, cb, user_data);
+  });
 }
 
 int rpc_port_proxy_add_disconnected_event_cb(rpc_port_proxy_h proxy,
                                              rpc_port_proxy_disconnected_event_cb cb,
                                              void* user_data) {
-  return F::AddCallback("proxy_add_disconnected_event_cb", proxy, &Proxy::disconnected, cb,
-                        user_data);
+  return Served([&] {
+    return F::AddCallback("proxy_add_disconnected_event_cb", proxy, &Proxy::disconnected, cb,
+                          user_data);
+  });
 }
 
 int rpc_port_proxy_add_rejected_event_cb(rpc_port_proxy_h proxy,
                                          rpc_port_proxy_rejected_event_cb cb, void* user_data) {
-  return F::AddCallback("proxy_add_rejected_event_cb", proxy, &Proxy::rejected, cb, user_data);
+  return Served([&] {
+    return F::AddCallback("proxy_add_rejected_event_cb", proxy, &Proxy::rejected, cb, user_data);
+  });
 }
 
 int rpc_port_proxy_add_received_event_cb(rpc_port_proxy_h proxy,
                                          rpc_port_proxy_received_event_cb cb, void* user_data) {
-  return F::AddCallback("proxy_add_received_event_cb", proxy, &Proxy::received, cb, user_data);
+  return Served([&] {
+    return F::AddCallback("proxy_add_received_event_cb", proxy, &Proxy::received, cb, user_data);
+  });
 }
 
 int rpc_port_proxy_get_port(rpc_port_proxy_h proxy, rpc_port_port_type_e type, rpc_port_h* port) {
-  return F::ProxyPort(proxy, type, port);
+  return Served([&] { return F::ProxyPort(proxy, type, port); });
 }
 
 int rpc_port_stub_create(rpc_port_stub_h* stub, const char* port_name) {
-  return F::CreateStub(stub, port_name);
+  return Served([&] { return F::CreateStub(stub, port_name); });
 }
 
 int rpc_port_stub_destroy(rpc_port_stub_h stub) {
-  return F::Destroy<Stub>("stub_destroy", stub);
+  return Served([&] { return F::Destroy<Stub>("stub_destroy", stub); });
 }
 
 int rpc_port_stub_listen(rpc_port_stub_h stub) {
-  return F::On<Stub>("stub_listen", stub, {}, [](auto&, Stub&) { return 0; });
+  return Served(
+      [&] { return F::On<Stub>("stub_listen", stub, {}, [](auto&, Stub&) { return 0; }); });
 }
 
 int rpc_port_stub_add_connected_event_cb(rpc_port_stub_h stub, rpc_port_stub_connected_event_cb cb,
                                          void* user_data) {
-  return F::AddCallback("stub_add_connected_event_cb", stub, &Stub::connected, cb, user_data);
+  return Served([&] {
+    return F::AddCallback("stub_add_connected_event_cb", stub, &Stub::connected, cb, user_data);
+  });
 }
 
 int rpc_port_stub_add_disconnected_event_cb(rpc_port_stub_h stub,
                                             rpc_port_stub_disconnected_event_cb cb,
                                             void* user_data) {
-  return F::AddCallback("stub_add_disconnected_event_cb", stub, &Stub::disconnected, cb, user_data);
+  return Served([&] {
+    return F::AddCallback("stub_add_disconnected_event_cb", stub, &Stub::disconnected, cb,
+                          user_data);
+  });
 }
 
 int rpc_port_stub_add_received_event_cb(rpc_port_stub_h stub, rpc_port_stub_received_event_cb cb,
                                         void* user_data) {
-  return F::AddCallback("stub_add_received_event_cb", stub, &Stub::received, cb, user_data);
+  return Served([&] {
+    return F::AddCallback("stub_add_received_event_cb", stub, &Stub::received, cb, user_data);
+  });
 }
 
 int rpc_port_stub_get_port(rpc_port_stub_h stub, rpc_port_port_type_e type, const char* instance,
                            rpc_port_h* port) {
-  return F::StubPort(stub, type, instance, port);
+  return Served([&] { return F::StubPort(stub, type, instance, port); });
 }
 
 int rpc_port_disconnect(rpc_port_h port) {
-  return F::Disconnect(port);
+  return Served([&] { return F::Disconnect(port); });
 }
 
 int rpc_port_parcel_create(rpc_port_parcel_h* parcel) {
-  return F::CreateParcel(parcel);
+  return Served([&] { return F::CreateParcel(parcel); });
 }
 
 int rpc_port_parcel_create_from_port(rpc_port_parcel_h* parcel, rpc_port_h port) {
-  return F::CreateParcelFromPort(parcel, port);
+  return Served([&] { return F::CreateParcelFromPort(parcel, port); });
 }
 
 int rpc_port_parcel_send(rpc_port_parcel_h parcel, rpc_port_h port) {
-  return F::Send(parcel, port);
+  return Served([&] { return F::Send(parcel, port); });
 }
 
 int rpc_port_parcel_destroy(rpc_port_parcel_h parcel) {
-  return F::Destroy<Parcel>("parcel_destroy", parcel);
+  return Served([&] { return F::Destroy<Parcel>("parcel_destroy", parcel); });
 }
 
 int rpc_port_parcel_get_header(rpc_port_parcel_h parcel, rpc_port_parcel_header_h* header) {
-  return F::GetHeader(parcel, header);
+  return Served([&] { return F::GetHeader(parcel, header); });
 }
 
 int rpc_port_parcel_header_set_tag(rpc_port_parcel_header_h header, const char* tag) {
-  return F::SetTag(header, tag);
+  return Served([&] { return F::SetTag(header, tag); });
 }
 
 int rpc_port_parcel_header_get_tag(rpc_port_parcel_header_h header, char** tag) {
-  return F::GetTag(header, tag);
+  return Served([&] { return F::GetTag(header, tag); });
 }
 
 int rpc_port_parcel_header_set_seq_num(rpc_port_parcel_header_h header, int seq_num) {
-  return F::SetSequence(header, seq_num);
+  return Served([&] { return F::SetSequence(header, seq_num); });
 }
 
 int rpc_port_parcel_header_get_seq_num(rpc_port_parcel_header_h header, int* seq_num) {
-  return F::GetSequence(header, seq_num);
+  return Served([&] { return F::GetSequence(header, seq_num); });
 }
 
 int rpc_port_parcel_write_int32(rpc_port_parcel_h parcel, int32_t value) {
-  return F::Write("parcel_write_int32", parcel, value);
+  return Served([&] { return F::Write("parcel_write_int32", parcel, value); });
 }
 
 int rpc_port_parcel_write_bool(rpc_port_parcel_h parcel, bool value) {
-  return F::Write("parcel_write_bool", parcel, value);
+  return Served([&] { return F::Write("parcel_write_bool", parcel, value); });
 }
 
 int rpc_port_parcel_write_string(rpc_port_parcel_h parcel, const char* value) {
-  return F::WriteText(parcel, value);
+  return Served([&] { return F::WriteText(parcel, value); });
 }
 
 int rpc_port_parcel_write_array_count(rpc_port_parcel_h parcel, int count) {
-  return F::Write("parcel_write_array_count", parcel, kavrel_test::ArrayCount{count});
+  return Served(
+      [&] { return F::Write("parcel_write_array_count", parcel, kavrel_test::ArrayCount{count}); });
 }
 
 int rpc_port_parcel_read_int32(rpc_port_parcel_h parcel, int32_t* value) {
-  return F::Read<std::int32_t>("parcel_read_int32", parcel, [&](auto item) { *value = item; });
+  return Served([&] {
+    return F::Read<std::int32_t>("parcel_read_int32", parcel, [&](auto item) { *value = item; });
+  });
 }
 
 int rpc_port_parcel_read_bool(rpc_port_parcel_h parcel, bool* value) {
-  return F::Read<bool>("parcel_read_bool", parcel, [&](auto item) { *value = item; });
+  return Served(
+      [&] { return F::Read<bool>("parcel_read_bool", parcel, [&](auto item) { *value = item; }); });
 }
 
 int rpc_port_parcel_read_string(rpc_port_parcel_h parcel, char** value) {
-  return F::Read<std::string>("parcel_read_string", parcel,
-                              [&](const auto& item) { *value = kavrel_test::HandOutText(item); });
+  return Served([&] {
+    return F::Read<std::string>("parcel_read_string", parcel,
+                                [&](const auto& item) { *value = kavrel_test::HandOutText(item); });
+  });
 }
 
 int rpc_port_parcel_read_array_count(rpc_port_parcel_h parcel, int* count) {
-  return F::Read<kavrel_test::ArrayCount>("parcel_read_array_count", parcel,
-                                          [&](auto item) { *count = item.count; });
+  return Served([&] {
+    return F::Read<kavrel_test::ArrayCount>("parcel_read_array_count", parcel,
+                                            [&](auto item) { *count = item.count; });
+  });
 }

@@ -6,6 +6,7 @@
 #include <span>
 #include <sstream>
 
+#include "bus_commands.h"
 #include "command_line.h"
 #include "edit_distance.h"
 #include "log_tap.h"
@@ -46,6 +47,7 @@ void Build(CommandLine& line) {
   AddGetCommand(line);
   AddSetCommand(line);
   AddWatchCommand(line);
+  AddBusCommand(line);
   AddCompletionCommand(line);
   AddManCommand(line);
 }

@@ -60,7 +60,7 @@ int GetOne(const PropertyInfo& property, bool json) {
   if (!value) return Fail("cannot read " + std::string(property.name) + ": " + failure);
   if (json && !PrintJson(PropertyJson(property, *value))) return kFailed;
   if (value->is_null()) {
-    return Fail(std::string(property.name) + " has no value yet: no viewer has published it");
+    return Fail(std::string(property.name) + " has no value: nobody has set it yet");
   }
   return json || Print(ValueText(*value) + '\n') ? kDone : kFailed;
 }

@@ -20,6 +20,7 @@ inline constexpr std::array kExamples = {
     Explained{"kavrelctl call tune-channel --help", "what a method takes"},
     Explained{"kavrelctl get --all", "the viewer's state"},
     Explained{"kavrelctl watch", "its changes, as they happen"},
+    Explained{"kavrelctl bus", "what hosts and plug-ins say to each other"},
 };
 
 inline constexpr std::array kEnvironment = {

@@ -35,8 +35,8 @@ enum {
  * Returns the number of bytes of text that were logged (0 for an empty text, too), or 0 when the
  * record was filtered out. -22 (EINVAL): the priority is none of these or the format is null; other
  * negative errno values: the record is lost, such as -11 (EAGAIN) when nobody reads it, -32 (EPIPE)
- * when nobody will and -28 (ENOSPC) when the disk is full. The next record that gets through says how
- * many were lost. */
+ * when nobody will and -28 (ENOSPC) when the disk is full. The next record that gets through says
+ * how many were lost. */
 int dlog_print(int priority, const char *tag, const char *format, ...)
     __attribute__((format(printf, 3, 4), visibility("default")));
 

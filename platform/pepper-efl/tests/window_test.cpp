@@ -175,7 +175,7 @@ TEST_F(Window, KeepsItsObjectWhenItIsRenamed) {
 }
 
 TEST_F(Window, TitleIsCutBetweenCharactersAndMayBeAnyBytes) {
-  const std::string longest = std::string(1023, 'x') + "\u00e4\u00e4";
+  const std::string longest = std::string(1023, 'x').append("\u00e4\u00e4");
   xdg_toplevel_set_title(window.toplevel, longest.c_str());
   window.Show(red);
   ASSERT_TRUE(RunUntil([&] { return host.events().size() == 1; }));

@@ -1,5 +1,6 @@
 // What people see when something is wrong: exit code, one clear line, never past the deadline.
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
 
@@ -97,8 +98,8 @@ class CallUnderWay : public ToolFailures {
   std::unique_ptr<ChildProcess> Ask(const char* timeout) {
     auto tool = StartTool(
         {"call", "get-window-size", "--app-id", "org.zarnet.silent", "--timeout", timeout});
-    char byte = 0;
-    EXPECT_EQ(::read(asked_.read.get(), &byte, 1), 1);
+    pollfd asked{asked_.read.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&asked, 1, static_cast<int>(kGenerous.count())), 1);
     return tool;
   }
 
@@ -119,11 +120,12 @@ TEST_F(CallUnderWay, TheViewerIsKilled) {
 }
 
 TEST_F(CallUnderWay, TheViewerDoesNotAnswer) {
-  const Outcome outcome = OutcomeOf(*Ask("0.3"));
+  // Long enough for the connection on a loaded machine.
+  const Outcome outcome = OutcomeOf(*Ask("3"));
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_TRUE(IsOneLine(outcome.errors)) << outcome.errors;
   EXPECT_THAT(outcome.errors,
-              HasSubstr("\"org.zarnet.silent\" does not answer get-window-size within 0.3 s"));
+              HasSubstr("\"org.zarnet.silent\" does not answer get-window-size within 3 s"));
 }
 
 TEST_F(CallUnderWay, ThePersonInterrupts) {
