@@ -1,5 +1,6 @@
 #include "connection.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "greeting.h"
@@ -9,8 +10,8 @@
 namespace kavrel_rpc {
 namespace {
 
-// After a look for more that found nothing.
-constexpr int kLooksToSkip = 32;
+// After many looks for more in a row that found nothing.
+constexpr int kMaxLooksToSkip = 32;
 
 }  // namespace
 
@@ -104,20 +105,20 @@ void Connection::Read() {
   if (HasEnded()) return End();
   int budget = kMaxRequestsInARow;
   bool has_progressed = false;
+  bool is_look = false;
   do {
     if (!intake_.HasNext()) {
       const ssize_t result = intake_.Receive(link_->main(), owner_.PassingBuffer(), MSG_DONTWAIT);
       if (result == -EBADMSG) Drop("sends descriptors");
       if (result <= 0 && result != -EAGAIN) return End();
-      if (result == -EAGAIN) {
-        NoteNothingMore();
-        break;
-      }
+      if (is_look) NoteLook(result > 0);
+      if (result == -EAGAIN) break;
     }
     has_progressed |= DeliverRequests(budget);
     if (is_retired_) return;
     intake_.Settle();
     if (HasEnded()) return End();
+    is_look = true;
   } while (budget > 0 && MayHaveMore());
   poller_.NoteBusy(main_watch_);
   MindPartialRequest(has_progressed);
@@ -142,15 +143,19 @@ bool Connection::DeliverRequests(int& budget) {
 
 // A client that runs on the same processor as this service has often sent its next request when the
 // answer to the last one has been sent: the kernel lets it run at once. To look again spares the
-// way through the main loop then. Where it does not pay it is tried again now and then only.
+// way through the main loop then, three times what a look in vain costs. Where it does not pay it
+// is tried less and less often.
 bool Connection::MayHaveMore() {
   if (!intake_.empty()) return false;
-  if (looks_to_skip_ > 0) --looks_to_skip_;
-  return looks_to_skip_ == 0;
+  if (looks_to_skip_ == 0) return true;
+  --looks_to_skip_;
+  return false;
 }
 
-void Connection::NoteNothingMore() {
-  looks_to_skip_ = kLooksToSkip;
+void Connection::NoteLook(bool has_found_more) {
+  skipped_after_a_miss_ = has_found_more ? skipped_after_a_miss_ / 2
+                                         : std::min(2 * skipped_after_a_miss_ + 1, kMaxLooksToSkip);
+  looks_to_skip_ = has_found_more ? 0 : skipped_after_a_miss_;
 }
 
 void Connection::MindPartialRequest(bool has_progressed) {

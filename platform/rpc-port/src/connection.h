@@ -83,7 +83,7 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   void Read();
   bool DeliverRequests(int& budget);
   bool MayHaveMore();
-  void NoteNothingMore();
+  void NoteLook(bool has_found_more);
   void MindPartialRequest(bool has_progressed);
   void End();
 
@@ -100,6 +100,7 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   ServicePort callback_port_;
   Intake intake_{Intake::Descriptors::kRefuse};
   int looks_to_skip_ = 0;
+  int skipped_after_a_miss_ = 0;
   bool is_joined_ = false;
   bool is_retired_ = false;
 };
