@@ -126,8 +126,49 @@ KavrelAppApi::KavrelAppApi() {
   rpc_port_stub_add_received_event_cb(stub_, &OnReceivedCB, this);
 }
 
+namespace {
+
+// A service is told of its disconnection while it is still on the list, and what it does then may
+// destroy the stub. So it is noted, on the stub's thread, whose disconnection is being told: the
+// stub's end does not tell it twice, and the handler does not touch a stub that is gone.
+class ToldDisconnection {
+ public:
+  ToldDisconnection(const KavrelAppApi& stub, const KavrelAppApi::ServiceBase& service)
+      : stub_(&stub), service_(&service), outer_(std::exchange(innermost_, this)) {}
+  ~ToldDisconnection() { innermost_ = outer_; }
+  ToldDisconnection(const ToldDisconnection&) = delete;
+  ToldDisconnection& operator=(const ToldDisconnection&) = delete;
+
+  bool IsStubAlive() const { return stub_ != nullptr; }
+
+  static bool IsTold(const KavrelAppApi::ServiceBase& service) {
+    for (const auto* told = innermost_; told != nullptr; told = told->outer_) {
+      if (told->service_ == &service) return true;
+    }
+    return false;
+  }
+  static void NoteEndOf(const KavrelAppApi& stub) {
+    for (auto* told = innermost_; told != nullptr; told = told->outer_) {
+      if (told->stub_ == &stub) told->stub_ = nullptr;
+    }
+  }
+
+ private:
+  static thread_local ToldDisconnection* innermost_;
+  const KavrelAppApi* stub_;
+  const KavrelAppApi::ServiceBase* service_;
+  ToldDisconnection* outer_;
+};
+
+thread_local ToldDisconnection* ToldDisconnection::innermost_ = nullptr;
+
+}  // namespace
+
 KavrelAppApi::~KavrelAppApi() {
-  for (const auto& service : services_) service->OnClientDisconnected();
+  for (const auto& service : services_) {
+    if (!ToldDisconnection::IsTold(*service)) service->OnClientDisconnected();
+  }
+  ToldDisconnection::NoteEndOf(*this);
   if (stub_ != nullptr) rpc_port_stub_destroy(stub_);
 }
 
@@ -197,9 +238,9 @@ void KavrelAppApi::OnDisconnectedCB(const char* /*sender*/, const char* instance
   auto* self = static_cast<KavrelAppApi*>(user_data);
   const std::shared_ptr<Service> service = self->FindService(instance);
   if (service == nullptr) return;
-  // Off the list first: the operation may destroy the stub, which tells all that are still on it.
-  self->services_.remove(service);
+  const ToldDisconnection told(*self, *service);
   service->OnClientDisconnected();
+  if (told.IsStubAlive()) self->services_.remove(service);
 }
 
 int KavrelAppApi::OnReceivedCB(const char* /*sender*/, const char* instance, void* port,

@@ -318,6 +318,20 @@ TEST_F(StubTest, MayEndInsideADisconnection) {
   EXPECT_EQ(services_.alive, 0);
 }
 
+TEST_F(StubTest, ServiceIsThereUntilItHasBeenToldOfItsDisconnection) {
+  ConnectClient();
+  services_.TakeCalls();
+  services_.in_call = [&] {
+    services_.in_call = nullptr;
+    EXPECT_EQ(Request({11, 1}), 0);
+  };
+  rpc_.RaiseClientDisconnected("client", "i1");
+  EXPECT_THAT(services_.TakeCalls(), ElementsAre(Call{"i1", "OnClientDisconnected", {}},
+                                                 Call{"i1", "ShowChannelBanner", {1}}));
+  EXPECT_EQ(services_.alive, 0);
+  EXPECT_EQ(Request({11, 1}), -1);
+}
+
 TEST_F(StubTest, AnExceptionOfAnOperationPassesThrough) {
   ConnectClient();
   services_.in_call = [&] {
