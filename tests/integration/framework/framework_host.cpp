@@ -1,31 +1,53 @@
-// A viewer without a screen that does what its standard input says, one command a line:
-//   key NAME | state NAME | grab NAME | release NAME | window NAME | destroy | create | quit
-// and says what it was told, one line each.
-#include <Elementary.h>
+// A viewer without a screen: framework_host [thread]. With "thread" its host is made by a second
+// thread while the main loop runs. Commands:
+//   key NAME [released] [DEVICE]   keys COUNT NAME   state STATE   grab NAME   release NAME
+//   window NAME   place NAME X Y WIDTH HEIGHT   hide NAME   delete NAME   pixel X Y RRGGBB
+//   send NAME ASYNC KEY VALUE   cost   create   destroy   quit
+// It says what plug-ins tell it, and dispatches the key that one asks for with a message "press".
+#include <Ecore_Evas.h>
 #include <kavrel/KavrelAPI.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <iostream>
+#include <cstdint>
+#include <map>
 #include <sstream>
-#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "framework_program.h"
 
 namespace {
+
+using framework_program::Say;
 
 IViewerHost* the_host = nullptr;
 Evas_Object* the_window = nullptr;
 
-void Say(const std::string& line) {
-  std::printf("%s\n", line.c_str());
-  std::fflush(stdout);
+struct WantedPixel {
+  int x = 0;
+  int y = 0;
+  std::uint32_t color = 0;
+};
+std::vector<WantedPixel> wanted_pixels;
+
+Ecore_Evas* Canvas() {
+  return ecore_evas_ecore_evas_get(evas_object_evas_get(the_window));
+}
+
+bool Dispatch(const std::string& key, int type, int device) {
+  std::string consumer = "-";
+  const bool taken = the_host->DispatchInput(key, type, device, consumer);
+  Say("key " + key + (taken ? " taken " : " left ") + consumer);
+  return taken;
 }
 
 void Receive(CMessage& message, void*) {
-  std::string line = "told:";
-  for (int index = 0; index < message.Size(); ++index) {
-    line += ' ' + message.GetKey(index) + '=' + message.GetValue(index);
+  if (message.GetKey(0) == "press") {
+    std::string consumer;
+    the_host->DispatchInput(message.GetValue(0), 0, 0, consumer);
+    return;
   }
-  Say(line);
+  Say("told:" + framework_program::Show(message));
 }
 
 void Create() {
@@ -33,63 +55,125 @@ void Create() {
   Say(made ? "created" : "not created");
 }
 
+// Says each wanted pixel once the picture shows it.
+void LookAtPixels(void*, Evas*, void*) {
+  int width = 0;
+  ecore_evas_geometry_get(Canvas(), nullptr, nullptr, &width, nullptr);
+  const auto* const pixels =
+      static_cast<const std::uint32_t*>(ecore_evas_buffer_pixels_get(Canvas()));
+  std::erase_if(wanted_pixels, [&](const WantedPixel& wanted) {
+    if ((pixels[wanted.y * width + wanted.x] & 0xffffffU) != wanted.color) return false;
+    Say("pixel " + std::to_string(wanted.x) + ' ' + std::to_string(wanted.y));
+    return true;
+  });
+}
+
+void WantPixel(std::istream& words) {
+  WantedPixel wanted;
+  words >> wanted.x >> wanted.y >> std::hex >> wanted.color;
+  wanted_pixels.push_back(wanted);
+  // Draws what has changed and looks; if that is not it, the next change does.
+  ecore_evas_manual_render(Canvas());
+  LookAtPixels(nullptr, nullptr, nullptr);
+}
+
+void PressOnce(const std::string& name, std::istream& words) {
+  std::string type;
+  int device = 2;
+  words >> type >> device;
+  Dispatch(name, type == "released" ? 1 : 0, device);
+}
+
+void PressOften(int count, std::istream& words) {
+  std::string name;
+  words >> name;
+  int taken = 0;
+  for (int press = 0; press < count; ++press) {
+    std::string consumer;
+    if (the_host->DispatchInput(name, 1, 0, consumer)) ++taken;
+  }
+  Say("keys " + name + ' ' + std::to_string(taken));
+}
+
+void Send(const std::string& plugin, std::istream& words) {
+  int async = 0;
+  std::string key;
+  std::string value;
+  words >> async >> key >> value;
+  CMessage message;
+  message.AddValue(key.c_str(), value.c_str());
+  Say("sent " + std::to_string(the_host->SendMessage(plugin, message, async)));
+}
+
+void ChangeWindow(const std::string& command, const std::string& name, std::istream& words) {
+  Evas_Object* const object = the_host->GetPluginObject(name);
+  if (command == "window") {
+    Say("window " + name + ' ' +
+        (object == nullptr ? "none" : std::to_string(evas_object_layer_get(object))));
+  } else if (command == "hide") {
+    evas_object_hide(object);
+  } else if (command == "place") {
+    int x = 0, y = 0, width = 0, height = 0;
+    words >> x >> y >> width >> height;
+    evas_object_move(object, x, y);
+    evas_object_resize(object, width, height);
+  }
+}
+
 void Obey(const std::string& line) {
   std::istringstream words(line);
   std::string command;
-  std::string name;
-  words >> command >> name;
+  words >> command;
   if (command == "create") return Create();
   if (command == "quit") return ecore_main_loop_quit();
+  if (command == "cost") return Say("cost " + framework_program::Cost());
+  if (command == "pixel") return WantPixel(words);
   if (command == "destroy") {
     KavrelAPI::DestroyViewerHost();
     return Say("destroyed");
   }
-  if (command == "key") {
-    std::string consumer = "-";
-    const bool taken = the_host->DispatchInput(name, 0, 2, consumer);
-    Say("key " + name + (taken ? " taken " : " left ") + consumer);
-  } else if (command == "state") {
-    the_host->BroadcastViewerState(name);
-  } else if (command == "grab") {
-    the_host->ProcessRegisteredExclusiveKey(name, "kavrel");
-  } else if (command == "release") {
-    the_host->ProcessUnregisteredExclusiveKey(name, "kavrel");
-  } else if (command == "window") {
-    const Evas_Object* const window = the_host->GetPluginObject(name);
-    Say("window " + name + ' ' +
-        (window == nullptr ? "none" : std::to_string(evas_object_layer_get(window))));
-  }
+  std::string name;
+  words >> name;
+  if (command == "key") return PressOnce(name, words);
+  if (command == "keys") return PressOften(std::stoi(name), words);
+  if (command == "send") return Send(name, words);
+  if (command == "state") return the_host->BroadcastViewerState(name);
+  if (command == "grab") return the_host->ProcessRegisteredExclusiveKey(name, "kavrel");
+  if (command == "release") return the_host->ProcessUnregisteredExclusiveKey(name, "kavrel");
+  ChangeWindow(command, name, words);
 }
 
-Eina_Bool ReadCommand(void*, Ecore_Fd_Handler*) {
-  static std::string pending;
-  char bytes[256];
-  const ssize_t size = ::read(STDIN_FILENO, bytes, sizeof(bytes));
-  if (size <= 0) {
-    ecore_main_loop_quit();
-    return ECORE_CALLBACK_CANCEL;
-  }
-  pending.append(bytes, static_cast<std::size_t>(size));
-  for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
-    const std::string line = pending.substr(0, end);
-    pending.erase(0, end + 1);
-    Obey(line);
-  }
-  return ECORE_CALLBACK_RENEW;
+void OpenRootWindow() {
+  the_window = elm_win_add(nullptr, "viewer", ELM_WIN_BASIC);
+  elm_win_title_set(the_window, "viewer");
+  Evas_Object* const background = evas_object_rectangle_add(evas_object_evas_get(the_window));
+  evas_object_color_set(background, 0, 0, 0, 255);
+  evas_object_layer_set(background, EVAS_LAYER_MIN);
+  evas_object_resize(background, 320, 240);
+  evas_object_show(background);
+  evas_object_resize(the_window, 320, 240);
+  evas_object_show(the_window);
+  evas_event_callback_add(evas_object_evas_get(the_window), EVAS_CALLBACK_RENDER_POST,
+                          &LookAtPixels, nullptr);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  elm_init(argc, argv);
-  the_window = elm_win_util_standard_add("viewer", "viewer");
-  evas_object_resize(the_window, 1280, 720);
-  evas_object_show(the_window);
-  ecore_main_fd_handler_add(STDIN_FILENO, ECORE_FD_READ, &ReadCommand, nullptr, nullptr, nullptr);
-  Create();
+  framework_program::StartEfl(argc, argv);
+  OpenRootWindow();
+  framework_program::Commands commands(&Obey);
+  commands.ReadInEflLoop();
+  std::thread creator;
+  if (argc > 1 && std::string_view(argv[1]) == "thread") {
+    creator = std::thread(&Create);
+  } else {
+    Create();
+  }
   ecore_main_loop_begin();
+  if (creator.joinable()) creator.join();
   KavrelAPI::DestroyViewerHost();
-  std::fflush(stdout);
+  Say("ended");
   // Not elm_shutdown(): the toolkit's own leftovers are not under test.
   ::_exit(0);
 }

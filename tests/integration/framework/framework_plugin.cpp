@@ -1,105 +1,259 @@
-// A plug-in: framework_plugin NAME TYPE [window] [exclusive] [glib] KEY... says what it is told,
-// one line each, until it is killed or its standard input ends.
+// A plug-in: framework_plugin NAME TYPE [glib] [exclusive] [again] [window=RRGGBB] KEY...
+// Each time its channel comes up it asks for its keys and to be shown. With "glib" it has no window
+// and runs GLib's loop; with "again" the program runs itself anew when EFL ends its loop, as EFL
+// does when the viewer of a window dies. Commands:
+//   keys KEY...   clear   exclusive KEY...   unexclusive KEY...   clearexclusive
+//   show   hide   enable WHAT   disable WHAT   send ASYNC KEY VALUE   window RRGGBB   close
+//   live COUNT (a whole life of a second plug-in, so many times)   leave
 #include <Ecore_Evas.h>
-#include <Elementary.h>
 #include <kavrel/KavrelAPI.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <glib-unix.h>
-#include <string>
+#include <optional>
+#include <sstream>
 #include <string_view>
+
+#include "framework_program.h"
 
 namespace {
 
-struct Plugin : IKeyInputListener, IViewerStateChangeListener, IViewerMessageListener {
+using framework_program::Say;
+
+constexpr const char* kHost = "kavrel";
+
+struct Listener : IKeyInputListener, IViewerStateChangeListener, IViewerMessageListener {
   bool OnKeyPressed(const std::string& keyName, int device) override {
-    Say("pressed " + keyName + ' ' + std::to_string(device));
+    ++keys;
+    if (talks) Say("pressed " + keyName + ' ' + std::to_string(device));
     return true;
   }
-  bool OnKeyReleased(const std::string&, int) override { return true; }
+  bool OnKeyReleased(const std::string& keyName, int device) override {
+    ++keys;
+    if (talks) Say("released " + keyName + ' ' + std::to_string(device));
+    return true;
+  }
   void OnViewerStateChanged(int state) override { Say("state " + std::to_string(state)); }
-  void OnViewerMessage(CMessage& message) override { Say("message " + message.GetKey(0)); }
-
-  static void Say(const std::string& line) {
-    std::printf("%s\n", line.c_str());
-    std::fflush(stdout);
+  void OnViewerMessage(CMessage& message) override {
+    Say("message" + framework_program::Show(message));
   }
 
-  static void Connected(void* self) {
-    auto& plugin = *static_cast<Plugin*>(self);
-    if (plugin.exclusive) {
-      plugin.pluggable->RegisterExclusiveKeyRepository(plugin.keys);
-    } else {
-      plugin.pluggable->RegsiterKeyRepository(plugin.keys);
-    }
-    plugin.pluggable->Show();
-    Say("connected");
+  void ListenTo(IViewerPluggable& plugin) {
+    plugin.RegisterKeyInputListener(this);
+    plugin.RegisterViewerStateChangeListener(this);
+    plugin.RegisterViewerMessageListener(this);
   }
-  static void Disconnected(void*) { Say("disconnected"); }
 
-  IViewerPluggable* pluggable = nullptr;
-  CKeyRepository keys;
-  bool exclusive = false;
-  bool window = false;
-  bool glib = false;
+  int keys = 0;
+  bool talks = true;
 };
 
-void OpenWindow(const char* name) {
-  Evas_Object* const window = KavrelAPI::CreatePepperPluginWindow("main", name, "kavrel");
-  if (window == nullptr) return Plugin::Say("no window");
-  const Ecore_Evas* const evas = ecore_evas_ecore_evas_get(evas_object_evas_get(window));
-  Plugin::Say(std::string("engine ") + ecore_evas_engine_name_get(evas));
-  evas_object_resize(window, 320, 240);
-  evas_object_show(window);
+struct Program {
+  const char* name = nullptr;
+  VIEWER_PLUGIN_TYPE type = VIEWER_PLUGIN_STAYS_0;
+  bool glib = false;
+  bool exclusive = false;
+  bool again = false;
+  std::optional<unsigned> color;
+  CKeyRepository keys;
+
+  Listener listener;
+  IViewerPluggable* plugin = nullptr;
+  Evas_Object* window = nullptr;
+  GMainLoop* loop = nullptr;
+  bool leaving = false;
+};
+Program the_program;
+
+void Connected(void*) {
+  if (the_program.keys.Size() > 0) {
+    the_program.exclusive ? the_program.plugin->RegisterExclusiveKeyRepository(the_program.keys)
+                          : the_program.plugin->RegsiterKeyRepository(the_program.keys);
+  }
+  the_program.plugin->Show();
+  Say("connected");
+}
+
+void Disconnected(void*) {
+  Say("disconnected");
+}
+
+void OpenWindow(unsigned color) {
+  the_program.window = KavrelAPI::CreatePepperPluginWindow("main", the_program.name, kHost);
+  if (the_program.window == nullptr) return Say("no window");
+  Evas* const canvas = evas_object_evas_get(the_program.window);
+  Say(std::string("engine ") + ecore_evas_engine_name_get(ecore_evas_ecore_evas_get(canvas)));
+  Evas_Object* const paint = evas_object_rectangle_add(canvas);
+  evas_object_color_set(paint, static_cast<int>(color >> 16 & 0xff),
+                        static_cast<int>(color >> 8 & 0xff), static_cast<int>(color & 0xff), 255);
+  evas_object_size_hint_weight_set(paint, EVAS_HINT_EXPAND, EVAS_HINT_EXPAND);
+  elm_win_resize_object_add(the_program.window, paint);
+  evas_object_show(paint);
+  evas_object_resize(the_program.window, 160, 120);
+  evas_object_show(the_program.window);
+}
+
+// ---- Whole lives
+
+struct Life {
+  bool connected = false;
+  bool called = false;
+  Listener listener;
+};
+
+void Iterate(const bool& done) {
+  while (!done) g_main_context_iteration(nullptr, TRUE);
+}
+
+// From birth to leave, with a key of its own that the viewer presses for it.
+void LiveOnce(Life& life) {
+  IViewerPluggable* plugin = nullptr;
+  if (!KavrelAPI::CreatePluggable(VIEWER_PLUGIN_LEAVES, "mayfly", &plugin, kHost)) std::abort();
+  life.connected = false;
+  life.listener.keys = 0;
+  life.listener.talks = false;
+  life.listener.ListenTo(*plugin);
+  plugin->SetConnectionChangedCallback(
+      [](void* data) { static_cast<Life*>(data)->connected = true; }, nullptr, &life);
+  Iterate(life.connected);
+  CKeyRepository keys;
+  keys.AddKey("Life");
+  plugin->RegsiterKeyRepository(keys);
+  CMessage press;
+  press.AddValue("press", "Life");
+  plugin->SendMessage(press, 1);
+  while (life.listener.keys == 0) g_main_context_iteration(nullptr, TRUE);
+  KavrelAPI::DestroyPluggable("mayfly", kHost);
+}
+
+void Live(int count) {
+  Life life;
+  for (int lived = 0; lived < count; ++lived) LiveOnce(life);
+  Say("lived " + framework_program::Cost());
+}
+
+// ---- Commands
+
+void Leave() {
+  the_program.leaving = true;
+  if (the_program.glib) {
+    g_main_loop_quit(the_program.loop);
+  } else {
+    ecore_main_loop_quit();
+  }
+}
+
+CKeyRepository Keys(std::istream& words) {
+  CKeyRepository keys;
+  for (std::string key; words >> key;) keys.AddKey(key);
+  return keys;
+}
+
+void Send(std::istream& words) {
+  int async = 0;
+  std::string key;
+  std::string value;
+  words >> async >> key >> value;
+  CMessage message;
+  message.AddValue(key.c_str(), value.c_str());
+  Say(the_program.plugin->SendMessage(message, async) ? "sent 1" : "sent 0");
+}
+
+bool ObeyAboutKeys(const std::string& command, std::istream& words) {
+  IViewerPluggable& plugin = *the_program.plugin;
+  if (command == "clear") return plugin.ClearKeyRepository(), true;
+  if (command == "clearexclusive") return plugin.ClearExclusiveKeyRepository(), true;
+  CKeyRepository keys = Keys(words);
+  if (command == "keys") return plugin.RegsiterKeyRepository(keys), true;
+  if (command == "exclusive") return plugin.RegisterExclusiveKeyRepository(keys), true;
+  if (command == "unexclusive") return plugin.UnregisterExclusiveKeyRepository(keys), true;
+  return false;
+}
+
+void Obey(const std::string& line) {
+  std::istringstream words(line);
+  std::string command;
+  words >> command;
+  if (command == "leave") return Leave();
+  if (command == "show") return the_program.plugin->Show();
+  if (command == "hide") return the_program.plugin->Hide();
+  if (command == "send") return Send(words);
+  if (command == "close") return evas_object_del(the_program.window);
+  if (command == "quiet") {
+    the_program.listener.talks = false;
+    return;
+  }
+  if (command == "count") return Say("count " + std::to_string(the_program.listener.keys));
+  std::string what;
+  const auto arguments = words.tellg();
+  words >> what;
+  if (command == "enable") return the_program.plugin->Enable(what);
+  if (command == "disable") return the_program.plugin->Disable(what);
+  if (command == "window") return OpenWindow(static_cast<unsigned>(std::stoul(what, nullptr, 16)));
+  if (command == "live") return Live(std::stoi(what));
+  words.clear();
+  words.seekg(arguments);
+  ObeyAboutKeys(command, words);
+}
+
+void ParseArguments(int argc, char** argv) {
+  the_program.name = argv[1];
+  the_program.type = static_cast<VIEWER_PLUGIN_TYPE>(std::atoi(argv[2]));
+  for (int at = 3; at < argc; ++at) {
+    const std::string word = argv[at];
+    if (word == "glib") {
+      the_program.glib = true;
+    } else if (word == "exclusive") {
+      the_program.exclusive = true;
+    } else if (word == "again") {
+      the_program.again = true;
+    } else if (word.starts_with("window=")) {
+      the_program.color = static_cast<unsigned>(std::stoul(word.substr(7), nullptr, 16));
+    } else {
+      the_program.keys.AddKey(word);
+    }
+  }
+}
+
+bool Start() {
+  Say("waiting");
+  if (!KavrelAPI::CreatePluggable(the_program.type, the_program.name, &the_program.plugin, kHost)) {
+    Say("no host");
+    return false;
+  }
+  the_program.listener.ListenTo(*the_program.plugin);
+  the_program.plugin->SetConnectionChangedCallback(&Connected, &Disconnected, nullptr);
+  Say("made");
+  if (the_program.color) OpenWindow(*the_program.color);
+  return true;
+}
+
+void RunGlibLoop(framework_program::Commands& commands) {
+  the_program.loop = g_main_loop_new(nullptr, FALSE);
+  const auto read = [](gint, GIOCondition, gpointer data) -> gboolean {
+    if (static_cast<framework_program::Commands*>(data)->Read()) return G_SOURCE_CONTINUE;
+    Leave();
+    return G_SOURCE_REMOVE;
+  };
+  g_unix_fd_add(STDIN_FILENO, static_cast<GIOCondition>(G_IO_IN | G_IO_HUP), read, &commands);
+  g_main_loop_run(the_program.loop);
+  g_main_loop_unref(the_program.loop);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  Plugin plugin;
-  for (int at = 3; at < argc; ++at) {
-    const std::string_view word = argv[at];
-    if (word == "window") {
-      plugin.window = true;
-    } else if (word == "exclusive") {
-      plugin.exclusive = true;
-    } else if (word == "glib") {
-      plugin.glib = true;
-    } else {
-      plugin.keys.AddKey(argv[at]);
-    }
+  ParseArguments(argc, argv);
+  framework_program::Commands commands(&Obey);
+  if (!the_program.glib) {
+    framework_program::StartEfl(argc, argv);
+    commands.ReadInEflLoop();
   }
-  if (!plugin.glib) elm_init(argc, argv);
-  const auto type = static_cast<VIEWER_PLUGIN_TYPE>(std::atoi(argv[2]));
-  if (!KavrelAPI::CreatePluggable(type, argv[1], &plugin.pluggable, "kavrel")) return 1;
-  plugin.pluggable->RegisterKeyInputListener(&plugin);
-  plugin.pluggable->RegisterViewerStateChangeListener(&plugin);
-  plugin.pluggable->RegisterViewerMessageListener(&plugin);
-  plugin.pluggable->SetConnectionChangedCallback(&Plugin::Connected, &Plugin::Disconnected,
-                                                 &plugin);
-  if (plugin.window) OpenWindow(argv[1]);
-  if (plugin.glib) {
-    GMainLoop* const loop = g_main_loop_new(nullptr, FALSE);
-    g_unix_fd_add(
-        STDIN_FILENO, G_IO_IN,
-        [](gint, GIOCondition, gpointer the_loop) -> gboolean {
-          g_main_loop_quit(static_cast<GMainLoop*>(the_loop));
-          return G_SOURCE_REMOVE;
-        },
-        loop);
-    g_main_loop_run(loop);
-    g_main_loop_unref(loop);
-  } else {
-    const auto quit = [](void*, Ecore_Fd_Handler*) -> Eina_Bool {
-      ecore_main_loop_quit();
-      return ECORE_CALLBACK_CANCEL;
-    };
-    ecore_main_fd_handler_add(STDIN_FILENO, ECORE_FD_READ, quit, nullptr, nullptr, nullptr);
-    ecore_main_loop_begin();
-  }
+  if (!Start()) return 1;
+  the_program.glib ? RunGlibLoop(commands) : ecore_main_loop_begin();
   KavrelAPI::DestroyPluggable();
-  Plugin::Say("left");
+  Say("left");
+  if (the_program.again && !the_program.leaving) ::execv("/proc/self/exe", argv);
+  // Not elm_shutdown(): the toolkit's own leftovers are not under test.
   ::_exit(0);
 }

@@ -1,157 +1,154 @@
-// Viewer and plug-ins as processes of their own, on a bus and with a compositor of their own.
-#include <gtest/gtest.h>
-#include <sys/stat.h>
-
-#include "child_process.h"
-#include "private_bus.h"
-#include "temporary_directory.h"
+// What goes between a viewer and its plug-ins: keys, states, messages.
+#include "framework_fixture.h"
 
 namespace framework_test {
 namespace {
 
-using kavrel_test::ChildOptions;
-using kavrel_test::ChildProcess;
+TEST_F(FrameworkTest, CarriesKeysBothWays) {
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "5", "Red"});
+  host->Tell("key Red");
+  EXPECT_SAYS(*host, "key Red taken clock");
+  EXPECT_SAYS(*plugin, "pressed Red 1");
+  host->Tell("key Red released 1");
+  EXPECT_SAYS(*plugin, "released Red 3");
+  host->Tell("key Red released 3");
+  EXPECT_SAYS(*plugin, "released Red 2");
+  host->Tell("key Red pressed 0");
+  EXPECT_SAYS(*plugin, "pressed Red 0");
+  host->Tell("key Red pressed 77");
+  EXPECT_SAYS(*plugin, "pressed Red 4");
+  ExpectNobodyTakes(*host, "Blue");
+}
 
-class FrameworkTest : public testing::Test {
- protected:
-  FrameworkTest() { ::chmod(directory_.path().c_str(), 0700); }
+TEST_F(FrameworkTest, ReplacesAndForgetsKeys) {
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "5", "Red", "Green"});
+  plugin->Tell("keys Blue");
+  plugin->Tell("hide");
+  EXPECT_SAYS(*host, "told: hide=clock name=clock");
+  ExpectNobodyTakes(*host, "Red");
+  ExpectKey(*host, "Blue", *plugin);
+  plugin->Tell("clear");
+  plugin->Tell("hide");
+  EXPECT_SAYS(*host, "told: hide=clock name=clock");
+  ExpectNobodyTakes(*host, "Blue");
+}
 
-  ChildOptions Options(const std::vector<std::string>& arguments) {
-    ChildOptions options;
-    options.arguments = arguments;
-    options.environment = {{"XDG_RUNTIME_DIR", directory_.path()},
-                           {"KAVREL_RUNTIME_DIR", directory_.path()},
-                           {"HOME", directory_.path()},
-                           {"DISPLAY", std::nullopt},
-                           {"EINA_LOG_BACKTRACE", "0"},
-                           {"ELM_ENGINE", "buffer"}};
-    return options;
+TEST_F(FrameworkTest, OffersAKeyByTypeThenByAge) {
+  const auto host = MakeHost();
+  const auto high = MakePlugin(*host, {"high", "6", "glib", "Red"});
+  const auto older = MakePlugin(*host, {"older", "2", "glib", "Red"});
+  const auto newer = MakePlugin(*host, {"newer", "2", "glib", "Red"});
+  ExpectKey(*host, "Red", *older);
+  older->Tell("clear");
+  older->Tell("hide");
+  EXPECT_SAYS(*host, "told: hide=older");
+  ExpectKey(*host, "Red", *newer);
+  newer->Tell("clear");
+  newer->Tell("hide");
+  EXPECT_SAYS(*host, "told: hide=newer");
+  ExpectKey(*host, "Red", *high);
+}
+
+TEST_F(FrameworkTest, GivesExclusiveKeysToTheLatestAndBack) {
+  const auto host = MakeHost();
+  const auto wants = MakePlugin(*host, {"wants", "1", "glib", "Red"});
+  const auto first = MakePlugin(*host, {"first", "4", "glib", "exclusive", "Red"});
+  const auto second = MakePlugin(*host, {"second", "4", "glib", "exclusive", "Red"});
+  ExpectKey(*host, "Red", *second);
+  host->Tell("grab Red");
+  ExpectNobodyTakes(*host, "Red");
+  host->Tell("release Red");
+  ExpectKey(*host, "Red", *second);
+  second->Tell("unexclusive Red");
+  EXPECT_SAYS(*host, "told: unregister_exclusive_key=second key=Red");
+  ExpectKey(*host, "Red", *first);
+  first->Tell("exclusive Blue");
+  EXPECT_SAYS(*host, "told: register_exclusive_key=first key=Blue");
+  ExpectKey(*host, "Blue", *first);
+  first->Tell("clearexclusive");
+  EXPECT_SAYS(*host, "told: clear_exclusive_key=first");
+  ExpectNobodyTakes(*host, "Blue");
+  ExpectKey(*host, "Red", *wants);
+}
+
+TEST_F(FrameworkTest, TellsEveryPluginTheViewersState) {
+  const auto host = MakeHost();
+  std::vector<ProgramPointer> plugins;
+  for (const char* type : {"0", "5", "6"}) {
+    plugins.push_back(MakePlugin(*host, {std::string("plugin") + type, type, "glib"}));
   }
-
-  std::unique_ptr<ChildProcess> Host() {
-    auto host = std::make_unique<ChildProcess>(Options({FRAMEWORK_HOST}));
-    EXPECT_TRUE(host->WaitForLine("created")) << host->errors();
-    return host;
+  const std::pair<const char*, const char*> states[] = {
+      {"BACKGROUND", "0"}, {"RESUME", "1"}, {"RESUME_FOCUS", "2"}, {"PAUSE", "3"}, {"ELSE", "-1"}};
+  for (const auto& [state, code] : states) {
+    host->Tell(std::string("state ") + state);
+    for (const auto& plugin : plugins) EXPECT_SAYS(*plugin, std::string("state ") + code);
   }
+}
 
-  // A plug-in that inherits the viewer's engine: its window has to be a Wayland one all the same.
-  std::unique_ptr<ChildProcess> Plugin(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), FRAMEWORK_PLUGIN);
-    return std::make_unique<ChildProcess>(Options(arguments));
+TEST_F(FrameworkTest, CarriesMessagesBothWays) {
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "5", "glib"});
+  for (const char* way : {"0", "1"}) {
+    host->Tell(std::string("send clock ") + way + " page 100");
+    EXPECT_SAYS(*host, "sent 1");
+    EXPECT_SAYS(*plugin, "message page=100");
+    plugin->Tell(std::string("send ") + way + " volume 7");
+    EXPECT_SAYS(*plugin, "sent 1");
+    EXPECT_SAYS(*host, "told: volume=7 name=clock");
   }
+  host->Tell("send nobody 1 page 100");
+  EXPECT_SAYS(*host, "sent 0");
+  plugin->Tell("enable subtitles");
+  EXPECT_SAYS(*host, "told: enable=subtitles source=clock name=clock");
+  plugin->Tell("disable subtitles");
+  EXPECT_SAYS(*host, "told: disable=subtitles source=clock name=clock");
+}
 
-  static void Expect(ChildProcess& process, const std::string& line) {
-    EXPECT_TRUE(process.WaitForLine(line)) << "no \"" << line << "\" in\n"
-                                           << process.output() << process.errors();
+TEST_F(FrameworkTest, ServesAPluginWithoutWindowOnGlibsLoop) {
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "5", "glib", "Red"});
+  ExpectKey(*host, "Red", *plugin);
+}
+
+TEST_F(FrameworkTest, ServesAHostThatASecondThreadHasMade) {
+  const auto host = MakeHost({"thread"});
+  const auto plugin = MakePlugin(*host, {"clock", "5", "window=112233", "Red"});
+  ExpectKey(*host, "Red", *plugin);
+  EXPECT_SAYS(*host, "told: plugin_add=clock");
+  ExpectPixel(*host, 100, 100, "112233");
+  host->Tell("quit");
+  EXPECT_SAYS(*host, "ended");
+}
+
+// Presses are not lost to others, and calls that nobody answers do not add up: the bus would refuse
+// the 129th. Releases: presses would be dropped for their age.
+TEST_F(FrameworkTest, LosesNothingToAFrozenPlugin) {
+  const auto host = MakeHost();
+  const auto frozen = MakePlugin(*host, {"frozen", "4", "glib", "Red"});
+  std::vector<ProgramPointer> others;
+  for (const char* key : {"Green", "Yellow", "Blue"}) {
+    others.push_back(MakePlugin(*host, {key, "4", "glib", key}));
   }
-
-  static void Tell(ChildProcess& process, const std::string& command) {
-    process.WriteInput(command + '\n');
+  frozen->process().Signal(SIGSTOP);
+  for (int round = 0; round < 10; ++round) {
+    host->Tell("keys 100 Red");
+    host->Tell("state PAUSE");
+    for (const char* key : {"Green", "Yellow", "Blue"}) host->Tell(std::string("key ") + key);
   }
-
-  kavrel_test::TemporaryDirectory directory_;
-  kavrel_test::PrivateBus bus_;
-};
-
-TEST_F(FrameworkTest, CarriesKeysAndStates) {
-  const auto host = Host();
-  const auto plugin = Plugin({"clock", "5", "Red"});
-  Expect(*plugin, "connected");
-  Expect(*host, "told: show=clock name=clock");
-  Tell(*host, "key Red");
-  Expect(*host, "key Red taken clock");
-  Expect(*plugin, "pressed Red 1");
-  Tell(*host, "key Blue");
-  Expect(*host, "key Blue left -");
-  Tell(*host, "state RESUME_FOCUS");
-  Expect(*plugin, "state 2");
-}
-
-TEST_F(FrameworkTest, ServesAPluginOnGlibsLoop) {
-  const auto host = Host();
-  const auto plugin = Plugin({"clock", "5", "glib", "Red"});
-  Expect(*plugin, "connected");
-  Expect(*host, "told: show=clock");
-  Tell(*host, "key Red");
-  Expect(*plugin, "pressed Red 1");
-}
-
-TEST_F(FrameworkTest, WaitsForAHostThatStartsLater) {
-  const auto plugin = Plugin({"clock", "5", "Red"});
-  const auto host = Host();
-  Expect(*plugin, "connected");
-  Expect(*host, "told: show=clock");
-  Tell(*host, "key Red");
-  Expect(*plugin, "pressed Red 1");
-}
-
-TEST_F(FrameworkTest, OpensAWaylandWindowWhateverTheEnvironmentSays) {
-  const auto host = Host();
-  const auto plugin = Plugin({"hbbtv", "5", "window", "Red"});
-  Expect(*plugin, "engine wayland");
-  Expect(*host, "told: plugin_add=hbbtv");
-  Tell(*host, "window hbbtv");
-  Expect(*host, "window hbbtv 7");
-  plugin->Kill();
-  Expect(*host, "told: plugin_remove=hbbtv");
-  Tell(*host, "window hbbtv");
-  Expect(*host, "window hbbtv none");
-}
-
-TEST_F(FrameworkTest, GivesExclusiveKeysToTheLatest) {
-  const auto host = Host();
-  const auto first = Plugin({"first", "4", "exclusive", "Red"});
-  Expect(*host, "told: show=first");
-  const auto second = Plugin({"second", "4", "exclusive", "Red"});
-  Expect(*host, "told: show=second");
-  Tell(*host, "key Red");
-  Expect(*second, "pressed Red 1");
-  Tell(*host, "grab Red");
-  Tell(*host, "key Red");
-  Expect(*host, "key Red taken -");
-  Expect(*host, "key Red left -");
-  Tell(*host, "release Red");
-  Tell(*host, "key Red");
-  Expect(*second, "pressed Red 1");
-}
-
-TEST_F(FrameworkTest, ConnectsAgainToARestartedHost) {
-  auto host = Host();
-  const auto plugin = Plugin({"clock", "5", "Red"});
-  Expect(*plugin, "connected");
-  host->Kill();
-  Expect(*plugin, "disconnected");
-  host = Host();
-  Expect(*plugin, "connected");
-  Expect(*host, "told: show=clock");
-  Tell(*host, "key Red");
-  Expect(*plugin, "pressed Red 1");
-}
-
-TEST_F(FrameworkTest, ForgetsAPluginThatLeaves) {
-  const auto host = Host();
-  const auto plugin = Plugin({"clock", "5", "Red"});
-  Expect(*host, "told: show=clock");
-  Tell(*plugin, "leave");
-  Expect(*plugin, "left");
-  const auto next = Plugin({"clock", "5", "Blue"});
-  Expect(*host, "told: show=clock");
-  Tell(*host, "key Red");
-  Expect(*host, "key Red left -");
-  Tell(*host, "key Blue");
-  Expect(*next, "pressed Blue 1");
-}
-
-TEST_F(FrameworkTest, MakesTheHostAgainInOneProcess) {
-  const auto host = Host();
-  const auto plugin = Plugin({"clock", "6", "window", "Red"});
-  Expect(*host, "told: plugin_add=clock");
-  Tell(*host, "destroy");
-  Expect(*host, "destroyed");
-  Tell(*host, "create");
-  Expect(*host, "created");
-  const auto next = Plugin({"weather", "6", "window", "Blue"});
-  Expect(*host, "told: plugin_add=weather");
+  for (const auto& other : others) {
+    for (int round = 0; round < 10; ++round) {
+      EXPECT_SAYS(*other, "pressed ");
+      EXPECT_SAYS(*other, "state 3");
+    }
+  }
+  for (int round = 0; round < 10; ++round) EXPECT_SAYS(*host, "keys Red 100");
+  frozen->process().Signal(SIGCONT);
+  for (int round = 0; round < 10; ++round) EXPECT_SAYS(*frozen, "state 3");
+  frozen->Tell("count");
+  EXPECT_SAYS(*frozen, "count 1000");
+  ExpectKey(*host, "Red", *frozen);
 }
 
 }  // namespace

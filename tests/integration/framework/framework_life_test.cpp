@@ -1,0 +1,265 @@
+// Who comes when, and who goes how.
+#include <cstdlib>
+
+#include "framework_fixture.h"
+
+namespace framework_test {
+namespace {
+
+using FrameworkLifeTest = FrameworkTest;
+
+TEST_F(FrameworkLifeTest, PluginsWaitForAHostThatStartsLater) {
+  const auto plain = StartPlugin({"plain", "5", "glib", "Red"});
+  const auto window = StartPlugin({"window", "5", "window=112233", "Blue"});
+  EXPECT_SAYS(*plain, "waiting");
+  EXPECT_SAYS(*window, "waiting");
+  const auto host = MakeHost();
+  EXPECT_SAYS(*host, "told: show=plain");
+  EXPECT_SAYS(*host, "told: show=window");
+  ExpectKey(*host, "Red", *plain);
+  ExpectKey(*host, "Blue", *window);
+  EXPECT_SAYS(*host, "told: plugin_add=window");
+}
+
+TEST_F(FrameworkLifeTest, PluginsComeBackToARestartedHost) {
+  auto host = MakeHost();
+  const auto plain = MakePlugin(*host, {"plain", "5", "glib", "Red"});
+  const auto exclusive = MakePlugin(*host, {"exclusive", "1", "glib", "exclusive", "Blue"});
+  for (int restart = 0; restart < 3; ++restart) {
+    host->process().Kill();
+    // For the channel, and for the host's name.
+    for (int told = 0; told < 2; ++told) {
+      EXPECT_SAYS(*plain, "disconnected");
+      EXPECT_SAYS(*exclusive, "disconnected");
+    }
+    plain->Tell("send 1 any thing");
+    EXPECT_SAYS(*plain, "sent 0");
+    host = MakeHost();
+    EXPECT_SAYS(*plain, "connected");
+    EXPECT_SAYS(*exclusive, "connected");
+    EXPECT_SAYS(*host, "told: show=plain");
+    EXPECT_SAYS(*host, "told: show=exclusive");
+    ExpectKey(*host, "Red", *plain);
+    ExpectKey(*host, "Blue", *exclusive);
+  }
+}
+
+// EFL ends the loop of a program whose window has lost its display, and cannot open windows on
+// another one afterwards: the program runs itself anew.
+TEST_F(FrameworkLifeTest, PluginWithAWindowComesBackWhenItStartsAnew) {
+  auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "5", "again", "window=112233", "Red"});
+  EXPECT_SAYS(*host, "told: plugin_add=clock");
+  host->process().Kill();
+  EXPECT_SAYS(*plugin, "left");
+  host = MakeHost();
+  EXPECT_SAYS(*plugin, "engine wayland");
+  EXPECT_SAYS(*host, "told: show=clock");
+  EXPECT_SAYS(*host, "told: plugin_add=clock");
+  ExpectPixel(*host, 100, 100, "112233");
+  ExpectKey(*host, "Red", *plugin);
+}
+
+TEST_F(FrameworkLifeTest, HostIsMadeAgainInOneProcess) {
+  const auto host = MakeHost();
+  const auto plain = MakePlugin(*host, {"plain", "4", "glib", "Red"});
+  const auto window = MakePlugin(*host, {"clock", "6", "window=112233"});
+  EXPECT_SAYS(*host, "told: plugin_add=clock");
+  for (int round = 0; round < 2; ++round) {
+    host->Tell("destroy");
+    EXPECT_SAYS(*host, "destroyed");
+    EXPECT_SAYS(*plain, "disconnected");
+    host->Tell("create");
+    EXPECT_SAYS(*host, "created");
+    EXPECT_SAYS(*host, "told: show=plain");
+    ExpectKey(*host, "Red", *plain);
+  }
+  const auto next = MakePlugin(*host, {"weather", "6", "window=112233"});
+  EXPECT_SAYS(*host, "told: plugin_add=weather");
+}
+
+TEST_F(FrameworkLifeTest, HostForgetsAPluginThatLeaves) {
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "5", "glib", "Red"});
+  plugin->Tell("leave");
+  EXPECT_SAYS(*plugin, "left");
+  const auto next = MakePlugin(*host, {"clock", "5", "glib", "Blue"});
+  ExpectNobodyTakes(*host, "Red");
+  ExpectKey(*host, "Blue", *next);
+}
+
+// Of types 0 to 3 the place and the keys stay; who comes back under the name gets them.
+TEST_F(FrameworkLifeTest, HostKeepsThePlaceOfAPluginThatStays) {
+  const auto host = MakeHost();
+  auto plugin = MakePlugin(*host, {"clock", "3", "glib", "Red"});
+  plugin->Tell("leave");
+  EXPECT_SAYS(*plugin, "left");
+  EXPECT_EQ(plugin->process().WaitForExit(), 0);
+  host->Tell("key Red");
+  EXPECT_SAYS(*host, "key Red taken clock");
+  plugin = MakePlugin(*host, {"clock", "3", "glib"});
+  ExpectKey(*host, "Red", *plugin);
+}
+
+struct KilledPlugin {
+  const char* name;
+  std::vector<std::string> arguments;
+  const char* until;    ///< what the plug-in says before it is killed
+  const char* told;     ///< what the viewer is told before, if anything
+  const char* command;  ///< what the plug-in does last
+};
+
+class KilledPluginTest : public FrameworkTest, public testing::WithParamInterface<KilledPlugin> {};
+
+// The viewer and a neighbour go on, and the next one of the name is served.
+TEST_P(KilledPluginTest, HarmsNobody) {
+  const KilledPlugin& killed = GetParam();
+  const auto host = MakeHost();
+  const auto neighbour = MakePlugin(*host, {"neighbour", "6", "glib", "Blue", "Red"});
+  const auto plugin = StartPlugin(killed.arguments);
+  EXPECT_SAYS(*plugin, killed.until);
+  if (killed.told != nullptr) {
+    EXPECT_SAYS(*host, killed.told);
+  }
+  const bool shown =
+      killed.told != nullptr && std::string(killed.told).find("_add") != std::string::npos;
+  if (killed.command != nullptr) plugin->Tell(killed.command);
+  plugin->process().Kill();
+  if (shown) {
+    EXPECT_SAYS(*host, "told: plugin_remove=victim");
+  }
+  ExpectKey(*host, "Blue", *neighbour);
+  const auto next = StartPlugin(killed.arguments);
+  EXPECT_SAYS(*next, "connected");
+  next->Tell("hide");
+  EXPECT_SAYS(*host, "told: hide=victim");
+  ExpectKey(*host, "Red", *next);
+  ExpectKey(*host, "Blue", *neighbour);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    States, KilledPluginTest,
+    testing::Values(
+        KilledPlugin{"Starting", {"victim", "4", "glib", "Red"}, "waiting", nullptr, nullptr},
+        KilledPlugin{"Made", {"victim", "4", "glib", "Red"}, "made", nullptr, nullptr},
+        KilledPlugin{"Connected", {"victim", "4", "glib", "Red"}, "connected", nullptr, nullptr},
+        KilledPlugin{
+            "WithKeys", {"victim", "4", "glib", "Red"}, "connected", "told: show=victim", nullptr},
+        KilledPlugin{"WithExclusiveKeys",
+                     {"victim", "4", "glib", "exclusive", "Red"},
+                     "connected",
+                     "told: show=victim",
+                     nullptr},
+        KilledPlugin{"OfATypeThatStays",
+                     {"victim", "0", "glib", "Red"},
+                     "connected",
+                     "told: show=victim",
+                     nullptr},
+        KilledPlugin{
+            "OpeningAWindow", {"victim", "5", "window=112233", "Red"}, "made", nullptr, nullptr},
+        KilledPlugin{"WithAWindowNotShown",
+                     {"victim", "5", "window=112233", "Red"},
+                     "engine",
+                     nullptr,
+                     nullptr},
+        KilledPlugin{"WithAWindow",
+                     {"victim", "5", "window=112233", "Red"},
+                     "connected",
+                     "told: plugin_add=victim",
+                     nullptr},
+        KilledPlugin{"ClosingItsWindow",
+                     {"victim", "5", "window=112233", "Red"},
+                     "connected",
+                     "told: plugin_add=victim",
+                     "close"},
+        KilledPlugin{"WaitingForAnAnswer",
+                     {"victim", "4", "glib", "Red"},
+                     "connected",
+                     "told: show=victim",
+                     "send 0 any thing"},
+        KilledPlugin{
+            "Leaving", {"victim", "4", "glib", "Red"}, "connected", "told: show=victim", "leave"}),
+    [](const auto& state) { return std::string(state.param.name); });
+
+TEST_F(FrameworkLifeTest, SixtyFourPluginsAtOnce) {
+  const auto host = MakeHost();
+  std::vector<ProgramPointer> plugins;
+  for (int number = 0; number < 64; ++number) {
+    const std::string text = std::to_string(number);
+    plugins.push_back(StartPlugin(
+        {"plugin" + text, std::to_string(number % 7), "glib", "Key" + text + ".", "Common"}));
+  }
+  for (int number = 0; number < 64; ++number) {
+    ASSERT_SAYS(*host, "told: show=plugin" + std::to_string(number) + ' ');
+  }
+  for (int number = 0; number < 64; ++number) {
+    ExpectKey(*host, "Key" + std::to_string(number) + ".", *plugins[static_cast<unsigned>(number)]);
+  }
+  host->Tell("state RESUME");
+  for (const auto& plugin : plugins) EXPECT_SAYS(*plugin, "state 1");
+  host->Tell("key Common");
+  const auto taken = host->Take("key Common taken plugin");
+  ASSERT_TRUE(taken);
+  EXPECT_EQ(std::stoi(taken->substr(taken->rfind('n') + 1)) % 7, 0) << *taken;
+}
+
+int LivesFromEnvironment(const char* name, int ordinary) {
+  const char* const text = std::getenv(name);
+  return text == nullptr ? ordinary : std::atoi(text);
+}
+
+// In one process, so that neither end's memory is given back by an exit.
+TEST_F(FrameworkLifeTest, LivesLeaveNothingBehind) {
+  const int lives = LivesFromEnvironment("KAVREL_TEST_LIVES", 1000);
+  constexpr int kFirst = 200;
+  // The allocator and the bus's library keep some of what was once used; it does not grow with the
+  // number of lives.
+  constexpr long kNoGrowth = 256L * 1024;
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"plugin", "5", "glib"});
+  plugin->Tell("live " + std::to_string(kFirst));
+  const Cost plugin_before = TakeCost(*plugin, "lived");
+  host->Tell("cost");
+  const Cost host_before = TakeCost(*host, "cost");
+  plugin->Tell("live " + std::to_string(lives - kFirst));
+  const Cost plugin_after = TakeCost(*plugin, "lived");
+  host->Tell("cost");
+  const Cost host_after = TakeCost(*host, "cost");
+  EXPECT_EQ(plugin_after.descriptors, plugin_before.descriptors);
+  EXPECT_EQ(host_after.descriptors, host_before.descriptors);
+  EXPECT_LT(plugin_after.bytes, plugin_before.bytes + kNoGrowth);
+  EXPECT_LT(host_after.bytes, host_before.bytes + kNoGrowth);
+  RecordProperty("plugin_growth", static_cast<int>(plugin_after.bytes - plugin_before.bytes));
+  RecordProperty("host_growth", static_cast<int>(host_after.bytes - host_before.bytes));
+}
+
+// With a process and a window each, half of them killed.
+TEST_F(FrameworkLifeTest, ProcessesWithWindowsLeaveNothingBehind) {
+  const int lives = LivesFromEnvironment("KAVREL_TEST_WINDOW_LIVES", 8);
+  constexpr long kNoGrowth = 512L * 1024;
+  const auto host = MakeHost();
+  Cost before;
+  for (int life = 0; life < lives; ++life) {
+    const auto plugin = MakePlugin(*host, {"mayfly", "5", "window=112233", "Red"});
+    ASSERT_SAYS(*host, "told: plugin_add=mayfly");
+    ExpectKey(*host, "Red", *plugin);
+    if (life % 2 == 0) {
+      plugin->process().Kill();
+    } else {
+      plugin->Tell("leave");
+      EXPECT_EQ(plugin->process().WaitForExit(), 0);
+    }
+    ASSERT_SAYS(*host, "told: plugin_remove=mayfly");
+    if (life != lives / 2) continue;
+    host->Tell("cost");
+    before = TakeCost(*host, "cost");
+  }
+  host->Tell("cost");
+  const Cost after = TakeCost(*host, "cost");
+  EXPECT_EQ(after.descriptors, before.descriptors);
+  EXPECT_LT(after.bytes, before.bytes + kNoGrowth);
+  RecordProperty("host_growth", static_cast<int>(after.bytes - before.bytes));
+}
+
+}  // namespace
+}  // namespace framework_test
