@@ -154,7 +154,10 @@ class End:
     def on_signal(self, _connection, sender, _path, _interface, member, body):
         tell("received", kind="notification", member=member, who=sender, pairs=body.unpack()[0])
 
+    # A call or a signal without a destination would go to the bus itself, or to everybody.
     def send(self, wait, pairs):
+        if not self.partner:
+            return False
         arguments = GLib.Variant("(a(ss))", (pairs,))
         if not wait:
             self.bus.connection.call(
@@ -169,7 +172,7 @@ class End:
         return reply.unpack()[0]
 
     def notify(self, pairs):
-        return self.bus.connection.emit_signal(
+        return bool(self.partner) and self.bus.connection.emit_signal(
             self.partner, self.path, self.interface, "SendSignal", GLib.Variant("(a(ss))", (pairs,))
         )
 
