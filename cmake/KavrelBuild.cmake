@@ -40,15 +40,19 @@ else()
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()
 
-# kavrel_test(<name> SOURCES <file>... [LIBRARIES <target>...]): one GoogleTest program. Every test
-# case becomes one CTest test, so that they run in parallel; each makes its own runtime directory.
+# kavrel_test(<name> SOURCES <file>... [LIBRARIES <target>...] [COST <seconds>]): one GoogleTest
+# program. Every test case becomes one CTest test, so that they run in parallel; each makes its own
+# runtime directory. Tests of the highest cost are started first.
 function(kavrel_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "COST" "SOURCES;LIBRARIES;LABELS" ${ARGN})
+  if(NOT ARG_COST)
+    set(ARG_COST 0)
+  endif()
   add_executable(${name} ${ARG_SOURCES})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
   target_link_libraries(${name} PRIVATE kavrel_build_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
-    PROPERTIES TIMEOUT 120
+    PROPERTIES TIMEOUT 120 COST ${ARG_COST}
       ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/foreign_leaks.supp:print_suppressions=0"
       LABELS "${ARG_LABELS}")
 endfunction()

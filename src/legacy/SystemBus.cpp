@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <future>
 #include <map>
 #include <mutex>
 #include <string>
@@ -21,8 +22,7 @@ using kavrel::Here;
 constexpr auto kConnectLimit = std::chrono::seconds(25);
 constexpr auto kFlushLimit = std::chrono::seconds(5);
 
-// Cancels what runs for longer than the limit. GIO sets no limit of its own to logging
-// in to a bus, nor to flushing.
+// Cancels what runs for longer than the limit. GIO sets no limit of its own to logging in to a bus.
 class TimeLimit {
  public:
   explicit TimeLimit(std::chrono::milliseconds limit)
@@ -184,13 +184,22 @@ void PrepareConnection(GDBusConnection* connection) {
   g_signal_connect(connection, "closed", G_CALLBACK(LogLoss), nullptr);
 }
 
+// GIO's flush has no limit and cannot be cancelled. It waits on a thread of its own that, when the
+// bus takes nothing, is left to wait, and holds the connection until then.
 void FlushConnection(GDBusConnection* connection) {
   if (g_dbus_connection_is_closed(connection)) return;
-  const TimeLimit limit(kFlushLimit);
-  glib::Error error;
-  if (g_dbus_connection_flush_sync(connection, limit.cancellable(), error.Out())) return;
-  CHANNEL_ERROR(Here(), "Error while flushing the connection [%d] %s\n", error.code(),
-                error.message());
+  std::packaged_task<std::string()> flush([held = glib::Share(connection)]() mutable {
+    glib::Error error;
+    g_dbus_connection_flush_sync(held.get(), nullptr, error.Out());
+    held.reset();
+    return error ? std::string(error.message()) : std::string();
+  });
+  std::future<std::string> outcome = flush.get_future();
+  std::thread(std::move(flush)).detach();
+  const bool late = outcome.wait_for(kFlushLimit) == std::future_status::timeout;
+  const std::string problem = late ? "the bus takes nothing" : outcome.get();
+  if (problem.empty()) return;
+  CHANNEL_ERROR(Here(), "Error while flushing the connection: %s\n", problem.c_str());
 }
 
 // What the signal handler, which runs wherever the connection was made, and the call on the watch's

@@ -11,6 +11,7 @@
 //     {"do": "send", "wait": true | false, "pairs": [[K, V], ...]}        -> sent, "result"
 //     {"do": "notify", "pairs": ...}                                      -> notified, "result"
 //     {"do": "answer", "value": true | false}      what messages are answered with from now on
+//     {"do": "who"}                                                       -> who, "who"
 //     {"do": "state"}                                                     -> state, "ready"
 // and tell of connected, disconnected and received ("pairs").
 #pragma once

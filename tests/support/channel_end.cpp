@@ -1,4 +1,8 @@
-// One end of the channel in a process of its own, told what to do by bus_peer.h.
+// One end of the channel in a process of its own, told what to do by bus_peer.h. It also does
+//
+//     {"do": "ask_back", "value": true}   sends a message from within each message's handler and
+//                                         waits for the answer -> asked_back, "result"
+//     serve_aux, open_aux, announce, close_aux   the auxiliary channel
 #include <unistd.h>
 
 #include <cstdio>
@@ -41,6 +45,13 @@ Json PairsOf(const CMessage& message) {
   return pairs;
 }
 
+// This process's name on the bus; empty without a bus.
+std::string UniqueName() {
+  const kavrel::glib::Connection connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+  if (connection == nullptr) return {};
+  return g_dbus_connection_get_unique_name(connection.get());
+}
+
 class End {
  public:
   void Do(const Json& command) {
@@ -50,6 +61,8 @@ class End {
     if (what == "send") Send(command);
     if (what == "notify") Notify(command);
     if (what == "answer") answer_ = command.at("value");
+    if (what == "ask_back") ask_back_ = command.at("value");
+    if (what == "who") Say({{"event", "who"}, {"who", UniqueName()}});
     if (what == "state") Say({{"event", "state"}, {"ready", channel_->IsConnectionReady()}});
     if (what == "serve_aux") ServeAux(command);
     if (what == "open_aux") OpenAux(command);
@@ -92,6 +105,10 @@ class End {
 
   bool Receive(CMessage& message) const {
     Say({{"event", "received"}, {"pairs", PairsOf(message)}});
+    if (ask_back_) {
+      CMessage question;
+      Say({{"event", "asked_back"}, {"result", channel_->SendMessage(question, 0)}});
+    }
     return answer_;
   }
 
@@ -145,6 +162,7 @@ class End {
   std::unique_ptr<CAuxDbusServer> server_;
   std::unique_ptr<CAuxDbusClient> client_;
   bool answer_ = true;
+  bool ask_back_ = false;
 };
 
 struct Program {

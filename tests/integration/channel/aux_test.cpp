@@ -72,8 +72,8 @@ class AuxTest : public ChannelTest {
                {"times", times}},
               "emitted");
   }
-  // Everything that the peer sent before has been dispatched when this event comes. The bus keeps no
-  // order between two senders: what a client sent is waited for by itself.
+  // Everything that the peer sent before has been dispatched when this event comes. The bus keeps
+  // no order between two senders: what a client sent is waited for by itself.
   void Settle(Server& server) {
     const Event last{"settle", 0, false};
     EmitFromPeer("('settle', 0, 0)");

@@ -2,6 +2,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
+#include <string_view>
+
 #include "channel_fixture.h"
 
 namespace kavrel_test {
@@ -83,8 +86,8 @@ TEST_P(ForeignBodyOnTheBus, IsDroppedWithOneLineAndNeverRead) {
 INSTANTIATE_TEST_SUITE_P(Types, ForeignBodyOnTheBus,
                          testing::Values("()", "('a',)", "(1, 2)", "([('a', 'b', 'c')],)",
                                          "([('a', 'b')], 'more')", "({'a': 'b'},)", "([1, 2],)",
-                                         "(<[('a', 'b')]>,)", "([@a(ss) []],)",
-                                         "(0.5, true, 'x')"));
+                                         "(<[('a', 'b')]>,)", "([@a(ss) []],)", "(0.5, true, 'x')"),
+                         Numbered<const char*>);
 
 class ForeignReply : public BodyTest, public testing::WithParamInterface<const char*> {};
 
@@ -96,7 +99,8 @@ TEST_P(ForeignReply, IsDroppedAndCountsAsFalse) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Types, ForeignReply,
-                         testing::Values("()", "('true',)", "(1,)", "(true, true)", "([true],)"));
+                         testing::Values("()", "('true',)", "(1,)", "(true, true)", "([true],)"),
+                         Numbered<const char*>);
 
 TEST_F(BodyTest, MemberOfASignalDoesNotMatter) {
   Emit("Anything", "([('a', '1')],)");
@@ -107,6 +111,12 @@ TEST_F(BodyTest, MemberOfASignalDoesNotMatter) {
 
 TEST_F(BodyTest, MethodThatIsNotDescribedIsRefusedByGio) {
   EXPECT_THAT(Call("Other", "([('a', '1')],)").value("error", ""), HasSubstr("UnknownMethod"));
+  EXPECT_THAT(taken_, IsEmpty());
+}
+
+TEST_F(BodyTest, CallOfAPathThatNobodyServesIsRefusedByGio) {
+  const Json told = Call("Send", "([('a', '1')],)", -1, std::string(kPath) + "/more");
+  EXPECT_THAT(told.value("error", ""), HasSubstr("Unknown"));
   EXPECT_THAT(taken_, IsEmpty());
 }
 
@@ -158,6 +168,52 @@ TEST_F(BodyTest, HandlersTestBodiesThemselves) {
               ElementsAre(HasSubstr("NameOwnerChanged dropped: body of type (i), must be (sss)"),
                           HasSubstr("body of type (i)"), HasSubstr("body of type none")));
   EXPECT_TRUE(end_.IsConnectionReady());
+}
+
+// A type of any depth that a body can have, without what GIO would not take from a bus.
+std::string RandomType(std::mt19937& random, int depth) {
+  static constexpr std::string_view kBasic = "ybnqiuxtdsog";
+  const auto basic = [&] { return std::string(1, kBasic[random() % kBasic.size()]); };
+  if (depth == 0) return basic();
+  switch (random() % 6) {
+    case 0:
+      return "a" + RandomType(random, depth - 1);
+    case 1:
+      return "a{" + basic() + RandomType(random, depth - 1) + "}";
+    case 2:
+      return "(" + RandomType(random, depth - 1) + RandomType(random, depth - 1) + ")";
+    case 3:
+      return "v";
+    case 4:
+      return "(ss)";
+    default:
+      return basic();
+  }
+}
+
+std::string RandomBodyType(std::mt19937& random) {
+  std::string type = "(";
+  for (unsigned count = random() % 4; count > 0; --count) type += RandomType(random, 3);
+  return type + ")";
+}
+
+TEST_F(BodyTest, BodiesOfAnyTypeAreDroppedUnread) {
+  std::mt19937 random(35);
+  const kavrel::glib::Connection connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+  std::size_t foreign = 0;
+  std::size_t own = 0;
+  for (int i = 0; i < 20'000; ++i) {
+    const std::string type = i % 100 == 0 ? "(a(ss))" : RandomBodyType(random);
+    const std::string bytes(random() % 64, static_cast<char>(random()));
+    const auto body = kavrel::glib::Sink(g_variant_new_from_data(
+        G_VARIANT_TYPE(type.c_str()), bytes.data(), bytes.size(), FALSE, nullptr, nullptr));
+    ++(type == "(a(ss))" ? own : foreign);
+    OpenPlugin::m_SignalCallback(connection.get(), ":1.9", kPath, kInterface, "SendSignal",
+                                 body.get(), &end_);
+  }
+  EXPECT_EQ(taken_.size(), own);
+  EXPECT_EQ(Errors().size(), foreign);
+  EXPECT_THAT(Errors(), testing::Each(HasSubstr("Notification from :1.9 dropped: body of type (")));
 }
 
 }  // namespace

@@ -54,6 +54,12 @@ inline Pairs PairsOf(const CMessage& message) {
   return pairs;
 }
 
+/// Names a parameterised test by its place: for values that do not make a name.
+template <class Value>
+std::string Numbered(const testing::TestParamInfo<Value>& instance) {
+  return std::to_string(instance.index);
+}
+
 /// Counts what an end tells its owner.
 struct Changes {
   int connected = 0;

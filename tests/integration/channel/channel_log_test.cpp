@@ -198,6 +198,21 @@ TEST_F(ChannelLogTest, Sending) {
                   Info("SendNotification", "Sending signal with 2 key-value pairs\n")));
 }
 
+TEST_F(ChannelLogTest, SendingToAPartnerThatHasGone) {
+  kavreldbus::CPluginDbus end(kHost, kPlugin);
+  Connect(end);
+  peer_->process().Kill();
+  CMessage message = MessageOf({{"a", "1"}});
+  EXPECT_FALSE(end.SendMessage(message, 0));  // before the loop has heard of it
+  const auto lines = log_.Take();
+  ASSERT_THAT(lines, SizeIs(2));
+  EXPECT_EQ(lines[0], Info("m_SendSyncMessage", "Sending sync message with 1 key-value pairs\n"));
+  EXPECT_EQ(lines[1].priority, kLogError);
+  EXPECT_EQ(lines[1].function, "m_SendSyncMessage");
+  EXPECT_THAT(lines[1].text,
+              testing::MatchesRegex("Error while sending message \\[[0-9]+\\] .*\n"));
+}
+
 std::string Arrival(const std::string& function, const std::string& sender, const std::string& kind,
                     const std::string& member) {
   return function + " sender=" + sender + " obj_path=" + kPath + " iface_name=" + kInterface + " " +
@@ -291,6 +306,47 @@ TEST_F(ChannelLogTest, HandshakeNameThatSomebodyElseHolds) {
   EXPECT_EQ(lines[lines.size() - 2],
             Info("m_BroadcastName", "m_BroadcastName: " + Name("_SYN") + "\n"));
   EXPECT_EQ(lines.back(), Error("m_BroadcastName", "Cannot own name due to return code = 3\n"));
+}
+
+// Registrations of the process are numbered: somebody else can take them away.
+TEST_F(ChannelLogTest, ObjectThatIsNoLongerRegistered) {
+  {
+    const kavreldbus::CPluginDbus end(kHost, kPlugin);
+    const kavrel::glib::Connection connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
+    for (guint id = 1; id < 1000; ++id) {
+      g_dbus_connection_unregister_object(connection.get(), id);
+    }
+    log_.Take();
+  }
+  EXPECT_THAT(log_.Take(),
+              ElementsAre(Info("~CBaseDbus", "\n"), Error("~CBaseDbus", "Assertion failed\n")));
+}
+
+// What a bus's policy can refuse an end; the bus and the end go on.
+std::vector<LogEntry> LinesOfAnEndRefused(const std::string& rule) {
+  const PrivateBus bus({.configuration = "<policy context=\"mandatory\">" + rule + "</policy>\n"});
+  DlogCapture log;
+  const kavreldbus::CPluginDbus end(kHost, kPlugin);
+  auto lines = log.Take();
+  lines.erase(lines.begin(), lines.begin() + 8);  // up to and with the broadcast's own line
+  return lines;
+}
+
+TEST(ChannelLog, NameThatThePolicyRefuses) {
+  const auto lines = LinesOfAnEndRefused("<deny own_prefix=\"org.zarnet\"/>");
+  ASSERT_THAT(lines, SizeIs(2));
+  EXPECT_EQ(lines[0].priority, kLogError);
+  EXPECT_EQ(lines[0].function, "m_BroadcastName");
+  EXPECT_THAT(lines[0].text,
+              testing::MatchesRegex("Error:\\[9\\] during request name call: .*AccessDenied.*\n"));
+  EXPECT_EQ(lines[1], Error("m_BroadcastName", "Cannot get response for name request\n"));
+}
+
+TEST(ChannelLog, ReleaseThatThePolicyRefuses) {
+  EXPECT_THAT(LinesOfAnEndRefused("<deny send_interface=\"org.freedesktop.DBus\" "
+                                  "send_member=\"ReleaseName\"/>"),
+              ElementsAre(Info("m_BroadcastName", "Become primary owner for name. Releasing it.\n"),
+                          Error("m_BroadcastName", "Release failed due to empty response.\n")));
 }
 
 TEST(ChannelLog, ConstructionWithoutABus) {

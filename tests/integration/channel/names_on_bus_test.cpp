@@ -4,6 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "channel_fixture.h"
 #include "legacy/AuxDbusClient.h"
 #include "legacy/AuxDbusServer.h"
@@ -101,7 +103,32 @@ INSTANTIATE_TEST_SUITE_P(Names, StrangeName,
                          testing::Values("", "-", "--", ".", "..", "a.b", "a/b", "/", "a b", "_",
                                          "ä", "\xff\xfe", "'/><node/><x y='", "a'b", "a\"b", "<",
                                          "&amp;", "%s%n", "\n", ":1.1", std::string(300, 'x'),
-                                         std::string(70000, 'y')));
+                                         std::string(70000, 'y')),
+                         Numbered<std::string>);
+
+// Every name of one byte, and some of any bytes. Where it can be neither path nor name, lines.
+TEST_F(NamesOnBusTest, NamesOfAnyBytesCostLinesOnly) {
+  std::mt19937 random(37);
+  std::vector<std::string> names;
+  for (int byte = 1; byte < 256; ++byte) names.emplace_back(1, static_cast<char>(byte));
+  for (int i = 0; i < 200; ++i) {
+    std::string name(1 + random() % 40, 'x');
+    for (char& byte : name) byte = static_cast<char>(1 + random() % (i % 2 == 0 ? 255 : 127));
+    names.push_back(name);
+  }
+  CMessage message = MessageOf({{"a", "1"}});
+  for (const std::string& name : names) {
+    CHostDbus by_plugin(kHost, name);
+    CHostDbus by_host(name, kPlugin);
+    EXPECT_FALSE(by_plugin.SendMessage(message, 1));
+    EXPECT_FALSE(by_host.SendNotification(message));
+    IteratePending();
+  }
+  const CHostDbus healthy(kHost, kPlugin);
+  const auto peer = MakeLibraryEnd();
+  peer->Open("plugin", kHost, kPlugin);
+  EXPECT_TRUE(IterateUntil([&] { return healthy.IsConnectionReady(); }));
+}
 
 }  // namespace
 }  // namespace kavrel_test

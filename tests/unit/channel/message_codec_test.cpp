@@ -43,6 +43,12 @@ Variant ThroughBytes(GVariant* body) {
                                       g_variant_get_size(body), FALSE, nullptr, nullptr));
 }
 
+// Names a parameterised test by its place: the values do not make a name.
+template <class Value>
+std::string Numbered(const testing::TestParamInfo<Value>& instance) {
+  return std::to_string(instance.index);
+}
+
 class RoundTrip : public testing::TestWithParam<Pairs> {};
 
 TEST_P(RoundTrip, GivesTheSamePairsInTheSameOrder) {
@@ -66,7 +72,8 @@ INSTANTIATE_TEST_SUITE_P(Messages, RoundTrip,
                                          Pairs{{"a", "1"}, {"b", "2"}, {"a", "3"}}, Pairs{{"", ""}},
                                          Pairs{{"Ähre", "日本"}}, ManyPairs(10'000),
                                          Pairs{{"big", std::string(1024 * 1024, 'x')},
-                                               {std::string(1024 * 1024, 'k'), "big key"}}));
+                                               {std::string(1024 * 1024, 'k'), "big key"}}),
+                         Numbered<Pairs>);
 
 TEST(MessageCodec, EncodesAsTheStatedType) {
   std::string problem;
@@ -117,7 +124,8 @@ INSTANTIATE_TEST_SUITE_P(Types, ForeignBody,
                          testing::Values("()", "('a',)", "('a', 'b')", "([('a', 'b')], 1)",
                                          "([('a', 'b', 'c')],)", "([('a', 1)],)", "([1, 2],)",
                                          "({'a': 'b'},)", "[('a', 'b')]", "1", "(true,)",
-                                         "([@av []],)", "(<[('a', 'b')]>,)"));
+                                         "([@av []],)", "(<[('a', 'b')]>,)"),
+                         Numbered<const char*>);
 
 TEST(MessageCodec, RefusesNoBody) {
   CMessage message;
