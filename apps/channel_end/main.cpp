@@ -14,9 +14,8 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdio>
-#include <cstdlib>
 #include <glib-unix.h>
+#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -33,8 +32,7 @@ namespace {
 using kavrel_programs::Printable;
 
 void Say(const std::string& text) {
-  std::printf("%s\n", text.c_str());
-  std::fflush(stdout);
+  std::cout << text << std::endl;
 }
 
 std::string TextOf(const CMessage& message) {
@@ -177,7 +175,7 @@ int main(int argc, char** argv) {
   kavrel_programs::ProtectStandardStreams();
   const std::string role = argc == 4 ? argv[1] : "";
   if (role != "host" && role != "plugin") {
-    std::fprintf(stderr, "Usage: kavrel-channel-end host|plugin HOST PLUGIN\n");
+    std::cerr << "Usage: kavrel-channel-end host|plugin HOST PLUGIN\n";
     return 2;
   }
   End end(role == "host", argv[2], argv[3]);

@@ -1,7 +1,7 @@
 // One end of the channel in a process of its own, told what to do by bus_peer.h. It also does
 //
-//     {"do": "ask_back", "value": true}   sends a message from within each message's handler and
-//                                         waits for the answer -> asked_back, "result"
+//     {"do": "ask_back", "value": true}   sends two messages from within each message's handler and
+//                                         waits for their answers -> asked_back, "result"
 //     serve_aux, open_aux, announce, close_aux   the auxiliary channel
 #include <unistd.h>
 
@@ -105,10 +105,7 @@ class End {
 
   bool Receive(CMessage& message) const {
     Say({{"event", "received"}, {"pairs", PairsOf(message)}});
-    if (ask_back_) {
-      CMessage question;
-      Say({{"event", "asked_back"}, {"result", channel_->SendMessage(question, 0)}});
-    }
+    if (ask_back_) AskBack();
     return answer_;
   }
 
@@ -116,6 +113,13 @@ class End {
     CMessage message = MessageOf(command);
     const bool result = channel_->SendMessage(message, command.at("wait") ? 0 : 1);
     Say({{"event", "sent"}, {"result", result}});
+  }
+
+  // Twice: the second cannot be answered before the partner, who waits for this end, has given up.
+  void AskBack() const {
+    CMessage question;
+    channel_->SendMessage(question, 0);
+    Say({{"event", "asked_back"}, {"result", channel_->SendMessage(question, 0)}});
   }
 
   void Notify(const Json& command) {

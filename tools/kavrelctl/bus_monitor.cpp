@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <cstdio>
 #include <cstring>
 #include <deque>
 #include <glib-unix.h>
@@ -98,8 +97,8 @@ std::int64_t NowMilliseconds() {
 std::string TimeOfDay() {
   GDateTime* const now = g_date_time_new_now_local();
   char* const seconds = g_date_time_format(now, "%H:%M:%S");
-  char text[32];
-  std::snprintf(text, sizeof text, "%s.%03d", seconds, g_date_time_get_microsecond(now) / 1000);
+  const std::string thousandths = std::to_string(1000 + g_date_time_get_microsecond(now) / 1000);
+  const std::string text = std::string(seconds) + "." + thousandths.substr(1);
   g_free(seconds);
   g_date_time_unref(now);
   return text;
@@ -249,7 +248,7 @@ bool Monitor::BecomeMonitor() {
 }
 
 bool Monitor::AnnounceReady() {
-  std::fprintf(stderr, "kavrelctl: watching the bus; Ctrl-C ends\n");
+  PrintError("watching the bus; Ctrl-C ends");
   if (!arguments_.ready_fd || kavrel_programs::TellReady(*arguments_.ready_fd)) return true;
   PrintError("cannot write to the descriptor of --ready-fd");
   return false;

@@ -93,7 +93,7 @@ std::string Who(const BusEvent& event, const std::string& field) {
 }
 
 std::string Subject(const BusEvent& event) {
-  const std::string host = Printable(event.value("host", ""));
+  std::string host = Printable(event.value("host", ""));
   if (!event.contains("plugin")) return host;
   return PairName(host, Printable(event.value("plugin", "")));
 }

@@ -55,7 +55,7 @@ TEST(StoppedBus, HoldsNobodyForLongerThanOneTimeOut) {
   // Of the two that waited for each other the first gave up, and both go on.
   EXPECT_EQ(deadlock.host->Wait("sent").at("result"), false);
   EXPECT_THAT(deadlock.host->process().errors(), HasSubstr("Error while sending message [24]"));
-  deadlock.plugin->Wait("asked_back");
+  EXPECT_EQ(deadlock.plugin->Wait("asked_back").at("result"), true);
   deadlock.plugin->Tell({{"do", "ask_back"}, {"value", false}});
   EXPECT_TRUE(deadlock.plugin->IsReady());
   EXPECT_TRUE(deadlock.host->Send(true, {{"after", "all"}}));
