@@ -11,9 +11,9 @@
  *
  *     elm_init(argc, argv);
  *     IViewerPluggable* plugin = nullptr;
- *     if (!KavrelAPI::CreatePluggable(VIEWER_PLUGIN_LEAVES_LAYER_4, "clock", &plugin, "kavrel"))
- * ... plugin->RegisterKeyInputListener(&listener); Evas_Object* window =
- * KavrelAPI::CreatePepperPluginWindow("main", "clock", "kavrel");
+ *     KavrelAPI::CreatePluggable(VIEWER_PLUGIN_LEAVES, "clock", &plugin, "kavrel");
+ *     plugin->RegisterKeyInputListener(&listener);
+ *     Evas_Object* window = KavrelAPI::CreatePepperPluginWindow("main", "clock", "kavrel");
  *     ...
  *     elm_run();
  *     KavrelAPI::DestroyPluggable("clock", "kavrel");
@@ -44,8 +44,7 @@ namespace KavrelAPI {
 /// a name that is none and for the host "kavrel" without a window.
 ///
 /// @param rootWindow  the viewer's window, in which plug-ins' windows are shown; it has to outlive
-/// the
-///                    host. Null for a host of another name, which has no windows
+///                    the host. Null for a host of another name, which has no windows
 /// @param host        set to the host, which stays the library's
 /// @param callback    takes what plug-ins say; null for nothing
 /// @param userData    for `callback`
@@ -82,6 +81,10 @@ KAVREL_EXPORT void DestroyPluggable();
 /// EFL has to be initialised (elm_init), the viewer's main loop has to run: a stopped viewer stops
 /// this call. The environment variables WAYLAND_DISPLAY and ELM_DISPLAY stay set for the process,
 /// so that its further windows open in the viewer too.
+///
+/// When the viewer dies, EFL ends the main loop of a program that has a window in it, and opens no
+/// window on another viewer afterwards: start the program anew. Without a window a plug-in goes on
+/// and connects to the next viewer by itself.
 ///
 /// @param windowName  EFL's name of the window
 /// @param title       the plug-in's name: the viewer knows the window by it

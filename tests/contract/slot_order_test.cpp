@@ -1,6 +1,11 @@
 // The order of virtual operations: programs that were compiled against an earlier header call by
 // slot number. An operation may be appended, never inserted, moved or removed.
 #include <gtest/gtest.h>
+#include <kavrel/IKeyInputListener.h>
+#include <kavrel/IViewerHost.h>
+#include <kavrel/IViewerMessageListener.h>
+#include <kavrel/IViewerPluggable.h>
+#include <kavrel/IViewerStateChangeListener.h>
 #include <kavrel/tidl/KavrelAppApiStub.h>
 
 #include <cstddef>
@@ -133,6 +138,61 @@ TEST(SlotOrder, Callbacks) {
   static_assert(std::has_virtual_destructor_v<Callback>);
   static_assert(std::has_virtual_destructor_v<stub::KavrelAppApi::CallbackBase>);
   ExpectAscendingFrom(kAfterDestructor, {KAVREL_SLOT(Callback, OnCallbackReceived)});
+}
+
+TEST(SlotOrder, ViewerHost) {
+  static_assert(std::has_virtual_destructor_v<IViewerHost>);
+  const Slots slots = {
+      KAVREL_SLOT(IViewerHost, DispatchInput),
+      KAVREL_SLOT(IViewerHost, SendMessage),
+      KAVREL_SLOT(IViewerHost, GetPluginObject),
+      KAVREL_SLOT(IViewerHost, ProcessRegisteredExclusiveKey),
+      KAVREL_SLOT(IViewerHost, ProcessUnregisteredExclusiveKey),
+      KAVREL_SLOT(IViewerHost, BroadcastViewerState),
+  };
+  ExpectAscendingFrom(kAfterDestructor, slots);
+}
+
+TEST(SlotOrder, ViewerPluggable) {
+  static_assert(std::has_virtual_destructor_v<IViewerPluggable>);
+  const Slots slots = {
+      KAVREL_SLOT(IViewerPluggable, RegisterKeyInputListener),
+      KAVREL_SLOT(IViewerPluggable, RegisterViewerStateChangeListener),
+      KAVREL_SLOT(IViewerPluggable, RegisterViewerMessageListener),
+      KAVREL_SLOT(IViewerPluggable, UnregisterKeyInputListener),
+      KAVREL_SLOT(IViewerPluggable, UnregisterViewerStateChangeListener),
+      KAVREL_SLOT(IViewerPluggable, UnregisterViewerMessageListener),
+      KAVREL_SLOT(IViewerPluggable, RegsiterKeyRepository),
+      KAVREL_SLOT(IViewerPluggable, ClearKeyRepository),
+      KAVREL_SLOT(IViewerPluggable, RegisterExclusiveKeyRepository),
+      KAVREL_SLOT(IViewerPluggable, UnregisterExclusiveKeyRepository),
+      KAVREL_SLOT(IViewerPluggable, ClearExclusiveKeyRepository),
+      KAVREL_SLOT(IViewerPluggable, Show),
+      KAVREL_SLOT(IViewerPluggable, Hide),
+      KAVREL_SLOT(IViewerPluggable, Enable),
+      KAVREL_SLOT(IViewerPluggable, Disable),
+      KAVREL_SLOT(IViewerPluggable, SendMessage),
+      KAVREL_SLOT(IViewerPluggable, FlagConnection),
+      KAVREL_SLOT(IViewerPluggable, SetConnectionChangedCallback),
+  };
+  EXPECT_EQ(slots.size(), 18U);
+  ExpectAscendingFrom(kAfterDestructor, slots);
+}
+
+TEST(SlotOrder, ListenersHaveNoDestructor) {
+  static_assert(!std::has_virtual_destructor_v<IKeyInputListener>);
+  static_assert(!std::has_virtual_destructor_v<IViewerStateChangeListener>);
+  static_assert(!std::has_virtual_destructor_v<IViewerMessageListener>);
+  ExpectAscendingFrom(0, {KAVREL_SLOT(IKeyInputListener, OnKeyPressed),
+                          KAVREL_SLOT(IKeyInputListener, OnKeyReleased)});
+  ExpectAscendingFrom(0, {KAVREL_SLOT(IViewerStateChangeListener, OnViewerStateChanged)});
+  ExpectAscendingFrom(0, {KAVREL_SLOT(IViewerMessageListener, OnViewerMessage)});
+}
+
+// Its only virtual operation is the destructor: plug-ins keep it by value.
+TEST(SlotOrder, KeyRepositoryIsAPointerAndItsKeys) {
+  static_assert(std::has_virtual_destructor_v<CKeyRepository>);
+  static_assert(sizeof(CKeyRepository) == sizeof(void*) + sizeof(std::vector<std::string>));
 }
 
 TEST(SlotOrder, WhatIsPolymorphic) {

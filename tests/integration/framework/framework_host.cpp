@@ -1,8 +1,8 @@
 // A viewer without a screen: framework_host [thread]. With "thread" its host is made by a second
 // thread while the main loop runs. Commands:
 //   key NAME [released] [DEVICE]   keys COUNT NAME   state STATE   grab NAME   release NAME
-//   window NAME   place NAME X Y WIDTH HEIGHT   hide NAME   delete NAME   pixel X Y RRGGBB
-//   send NAME ASYNC KEY VALUE   cost   create   destroy   quit
+//   window NAME   place NAME X Y WIDTH HEIGHT   hide NAME   pixel X Y RRGGBB
+//   send NAME ASYNC KEY VALUE...   cost   create   destroy   quit
 // It says what plug-ins tell it, and dispatches the key that one asks for with a message "press".
 #include <Ecore_Evas.h>
 #include <kavrel/KavrelAPI.h>
@@ -97,11 +97,11 @@ void PressOften(int count, std::istream& words) {
 
 void Send(const std::string& plugin, std::istream& words) {
   int async = 0;
-  std::string key;
-  std::string value;
-  words >> async >> key >> value;
+  words >> async;
   CMessage message;
-  message.AddValue(key.c_str(), value.c_str());
+  for (std::string key, value; words >> key >> value;) {
+    message.AddValue(key.c_str(), value.c_str());
+  }
   Say("sent " + std::to_string(the_host->SendMessage(plugin, message, async)));
 }
 

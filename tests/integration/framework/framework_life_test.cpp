@@ -8,6 +8,12 @@ namespace {
 
 using FrameworkLifeTest = FrameworkTest;
 
+/// How often, when the environment asks for more than an ordinary run.
+int NumberFromEnvironment(const char* name, int ordinary) {
+  const char* const text = std::getenv(name);
+  return text == nullptr ? ordinary : std::atoi(text);
+}
+
 TEST_F(FrameworkLifeTest, PluginsWaitForAHostThatStartsLater) {
   const auto plain = StartPlugin({"plain", "5", "glib", "Red"});
   const auto window = StartPlugin({"window", "5", "window=112233", "Blue"});
@@ -25,7 +31,8 @@ TEST_F(FrameworkLifeTest, PluginsComeBackToARestartedHost) {
   auto host = MakeHost();
   const auto plain = MakePlugin(*host, {"plain", "5", "glib", "Red"});
   const auto exclusive = MakePlugin(*host, {"exclusive", "1", "glib", "exclusive", "Blue"});
-  for (int restart = 0; restart < 3; ++restart) {
+  const int restarts = NumberFromEnvironment("KAVREL_TEST_RESTARTS", 3);
+  for (int restart = 0; restart < restarts; ++restart) {
     host->process().Kill();
     // For the channel, and for the host's name.
     for (int told = 0; told < 2; ++told) {
@@ -203,14 +210,9 @@ TEST_F(FrameworkLifeTest, SixtyFourPluginsAtOnce) {
   EXPECT_EQ(std::stoi(taken->substr(taken->rfind('n') + 1)) % 7, 0) << *taken;
 }
 
-int LivesFromEnvironment(const char* name, int ordinary) {
-  const char* const text = std::getenv(name);
-  return text == nullptr ? ordinary : std::atoi(text);
-}
-
 // In one process, so that neither end's memory is given back by an exit.
 TEST_F(FrameworkLifeTest, LivesLeaveNothingBehind) {
-  const int lives = LivesFromEnvironment("KAVREL_TEST_LIVES", 1000);
+  const int lives = NumberFromEnvironment("KAVREL_TEST_LIVES", 1000);
   constexpr int kFirst = 200;
   // The allocator and the bus's library keep some of what was once used; it does not grow with the
   // number of lives.
@@ -235,7 +237,7 @@ TEST_F(FrameworkLifeTest, LivesLeaveNothingBehind) {
 
 // With a process and a window each, half of them killed.
 TEST_F(FrameworkLifeTest, ProcessesWithWindowsLeaveNothingBehind) {
-  const int lives = LivesFromEnvironment("KAVREL_TEST_WINDOW_LIVES", 8);
+  const int lives = NumberFromEnvironment("KAVREL_TEST_WINDOW_LIVES", 8);
   constexpr long kNoGrowth = 512L * 1024;
   const auto host = MakeHost();
   Cost before;

@@ -2,9 +2,9 @@
 // Each time its channel comes up it asks for its keys and to be shown. With "glib" it has no window
 // and runs GLib's loop; with "again" the program runs itself anew when EFL ends its loop, as EFL
 // does when the viewer of a window dies. Commands:
-//   keys KEY...   clear   exclusive KEY...   unexclusive KEY...   clearexclusive
+//   keys KEY...   many COUNT   clear   exclusive KEY...   unexclusive KEY...   clearexclusive
 //   show   hide   enable WHAT   disable WHAT   send ASYNC KEY VALUE   window RRGGBB   close
-//   live COUNT (a whole life of a second plug-in, so many times)   leave
+//   live COUNT (a whole life of a second plug-in, so many times)   quiet   count   leave
 #include <Ecore_Evas.h>
 #include <kavrel/KavrelAPI.h>
 
@@ -149,6 +149,12 @@ CKeyRepository Keys(std::istream& words) {
   return keys;
 }
 
+void RegisterMany(int count) {
+  CKeyRepository keys;
+  for (int key = 0; key < count; ++key) keys.AddKey("K" + std::to_string(key));
+  the_program.plugin->RegsiterKeyRepository(keys);
+}
+
 void Send(std::istream& words) {
   int async = 0;
   std::string key;
@@ -191,6 +197,7 @@ void Obey(const std::string& line) {
   if (command == "disable") return the_program.plugin->Disable(what);
   if (command == "window") return OpenWindow(static_cast<unsigned>(std::stoul(what, nullptr, 16)));
   if (command == "live") return Live(std::stoi(what));
+  if (command == "many") return RegisterMany(std::stoi(what));
   words.clear();
   words.seekg(arguments);
   ObeyAboutKeys(command, words);

@@ -1,4 +1,6 @@
 // What goes between a viewer and its plug-ins: keys, states, messages.
+#include <csignal>
+
 #include "framework_fixture.h"
 
 namespace framework_test {
@@ -112,9 +114,12 @@ TEST_F(FrameworkTest, ServesAPluginWithoutWindowOnGlibsLoop) {
   ExpectKey(*host, "Red", *plugin);
 }
 
+// The plug-in is there before: it must not find half a host.
 TEST_F(FrameworkTest, ServesAHostThatASecondThreadHasMade) {
+  const auto plugin = StartPlugin({"clock", "5", "window=112233", "Red"});
+  EXPECT_SAYS(*plugin, "waiting");
   const auto host = MakeHost({"thread"});
-  const auto plugin = MakePlugin(*host, {"clock", "5", "window=112233", "Red"});
+  EXPECT_SAYS(*host, "told: show=clock");
   ExpectKey(*host, "Red", *plugin);
   EXPECT_SAYS(*host, "told: plugin_add=clock");
   ExpectPixel(*host, 100, 100, "112233");
@@ -149,6 +154,32 @@ TEST_F(FrameworkTest, LosesNothingToAFrozenPlugin) {
   frozen->Tell("count");
   EXPECT_SAYS(*frozen, "count 1000");
   ExpectKey(*host, "Red", *frozen);
+}
+
+// The exception that comes of it leaves the plug-in's callback: nobody but the viewer sends keys.
+TEST_F(FrameworkTest, EndsAPluginByAKeyWhoseTimeIsNoNumber) {
+  const auto host = MakeHost();
+  const auto other = MakePlugin(*host, {"other", "5", "glib", "Blue"});
+  const auto plugin = MakePlugin(*host, {"clock", "5", "glib"});
+  host->Tell("send clock 1 key Red type released device IR time 18446744073709551615");
+  EXPECT_SAYS(*plugin, "released Red 0");
+  host->Tell("send clock 1 key Red type released device IR time soon");
+  EXPECT_EQ(plugin->process().WaitForExit(), -SIGABRT);
+  ExpectKey(*host, "Blue", *other);
+}
+
+TEST_F(FrameworkTest, ShowsTheExampleInTheDocuments) {
+  const auto host = MakeHost();
+  const auto example = Start({KAVREL_EXAMPLE_PLUGIN});
+  EXPECT_SAYS(*host, "told: plugin_add=keys");
+  EXPECT_SAYS(*host, "told: show=keys");
+  host->Tell("key XF86Red");
+  EXPECT_SAYS(*host, "key XF86Red taken keys");
+  EXPECT_SAYS(*example, "XF86Red");
+  example->process().Signal(SIGTERM);
+  EXPECT_EQ(example->process().WaitForExit(), 0);
+  EXPECT_SAYS(*host, "told: plugin_remove=keys");
+  ExpectNobodyTakes(*host, "XF86Red");
 }
 
 }  // namespace

@@ -85,7 +85,8 @@ TEST_F(BridgeTest, ServesIdlersAndTimeouts) {
 }
 
 TEST_F(BridgeTest, ServesWhatOtherThreadsSend) {
-  // Not g_main_context_invoke(): while nobody owns the context it would call on the sender's thread.
+  // Not g_main_context_invoke(): while nobody owns the context it would call on the sender's
+  // thread.
   const std::jthread sender([this] { g_idle_add(&CallOnce, &quit_); });
   EXPECT_TRUE(Run());
 }

@@ -1,7 +1,4 @@
 // Creation, destruction, registry and windows of the host.
-#include <cstring>
-#include <type_traits>
-
 #include "host_fixture.h"
 
 namespace framework_test {
@@ -336,24 +333,6 @@ TEST_F(HostTest, TellsEveryPluginTheState) {
                                        "4 BroadcastViewerState: send msg PAUSE to second,\n",
                                        "send later async 1 state=PAUSE",
                                        "4 BroadcastViewerState: send msg PAUSE to later,\n"));
-}
-
-// The operations by their place in the table of virtual functions, as binaries call them.
-TEST_F(HostTest, KeepsTheOrderOfItsOperations) {
-  static_assert(std::has_virtual_destructor_v<IViewerHost>);
-  const auto slot = [](auto operation) {
-    std::uintptr_t words[2];
-    static_assert(sizeof(operation) == sizeof(words));
-    std::memcpy(words, &operation, sizeof(words));
-    return (words[0] - 1) / sizeof(void*);
-  };
-  // Two entries are the destructor's.
-  EXPECT_EQ(slot(&IViewerHost::DispatchInput), 2U);
-  EXPECT_EQ(slot(&IViewerHost::SendMessage), 3U);
-  EXPECT_EQ(slot(&IViewerHost::GetPluginObject), 4U);
-  EXPECT_EQ(slot(&IViewerHost::ProcessRegisteredExclusiveKey), 5U);
-  EXPECT_EQ(slot(&IViewerHost::ProcessUnregisteredExclusiveKey), 6U);
-  EXPECT_EQ(slot(&IViewerHost::BroadcastViewerState), 7U);
 }
 
 }  // namespace

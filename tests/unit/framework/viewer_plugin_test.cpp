@@ -1,5 +1,4 @@
 // The plug-in: what its operations send, and what the host's messages call.
-#include <cstring>
 #include <stdexcept>
 
 #include "fake_channel.h"
@@ -349,40 +348,6 @@ TEST_F(PluginTest, AbortsOnBrokenRules) {
                "Disable: Assertion failed: m_ePluginType is NULL");
   EXPECT_DEATH((prepare(false), plugin_->SendMessage(message, 1)),
                "SendMessage: Assertion failed: m_ePluginType is NULL");
-}
-
-TEST_F(PluginTest, KeepsTheOrderOfItsOperations) {
-  const auto slot = [](auto operation) {
-    std::uintptr_t words[2];
-    static_assert(sizeof(operation) == sizeof(words));
-    std::memcpy(words, &operation, sizeof(words));
-    return (words[0] - 1) / sizeof(void*);
-  };
-  using I = IViewerPluggable;
-  const std::size_t slots[] = {slot(&I::RegisterKeyInputListener),
-                               slot(&I::RegisterViewerStateChangeListener),
-                               slot(&I::RegisterViewerMessageListener),
-                               slot(&I::UnregisterKeyInputListener),
-                               slot(&I::UnregisterViewerStateChangeListener),
-                               slot(&I::UnregisterViewerMessageListener),
-                               slot(&I::RegsiterKeyRepository),
-                               slot(&I::ClearKeyRepository),
-                               slot(&I::RegisterExclusiveKeyRepository),
-                               slot(&I::UnregisterExclusiveKeyRepository),
-                               slot(&I::ClearExclusiveKeyRepository),
-                               slot(&I::Show),
-                               slot(&I::Hide),
-                               slot(&I::Enable),
-                               slot(&I::Disable),
-                               slot(&I::SendMessage),
-                               slot(&I::FlagConnection),
-                               slot(&I::SetConnectionChangedCallback)};
-  std::size_t expected = 2;  // after the destructor's two
-  for (const std::size_t found : slots) EXPECT_EQ(found, expected++);
-  EXPECT_EQ(slot(&IKeyInputListener::OnKeyPressed), 0U);
-  EXPECT_EQ(slot(&IKeyInputListener::OnKeyReleased), 1U);
-  EXPECT_EQ(slot(&IViewerStateChangeListener::OnViewerStateChanged), 0U);
-  EXPECT_EQ(slot(&IViewerMessageListener::OnViewerMessage), 0U);
 }
 
 }  // namespace

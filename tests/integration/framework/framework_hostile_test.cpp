@@ -1,0 +1,108 @@
+// Plug-ins, and strangers on the bus, that mean harm.
+#include <gio/gio.h>
+
+#include "framework_fixture.h"
+
+namespace framework_test {
+namespace {
+
+struct Unreference {
+  void operator()(GDBusConnection* connection) const { g_object_unref(connection); }
+};
+
+/// Somebody on the bus who announces plug-ins that are none.
+class Stranger {
+ public:
+  explicit Stranger(const kavrel_test::PrivateBus& bus)
+      : connection_(g_dbus_connection_new_for_address_sync(
+            bus.address().c_str(),
+            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+            nullptr, nullptr, nullptr)) {}
+
+  void Announce(const std::string& name, int type, bool added) const {
+    Emit(g_variant_new("(sii)", name.c_str(), type, added ? 1 : 0));
+  }
+  void Emit(GVariant* body) const {
+    g_dbus_connection_emit_signal(connection_.get(), nullptr, "/org/zarnet/kavrel/auxiliary",
+                                  "org.zarnet.kavrel.auxiliary", "SendSignal", body, nullptr);
+  }
+  void Flush() const { g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr); }
+
+ private:
+  std::unique_ptr<GDBusConnection, Unreference> connection_;
+};
+
+std::vector<std::string> HarmfulNames() {
+  std::vector<std::string> names = {"",
+                                    "-",
+                                    "a-b",
+                                    "1digit",
+                                    "dot.ted",
+                                    "sla/sh",
+                                    "%s%n%s%n",
+                                    "new\nline",
+                                    "\xc3\xa4",
+                                    std::string(255, 'x'),
+                                    std::string(256, 'x'),
+                                    std::string(100000, 'x')};
+  for (int number = 0; number < 500; ++number) names.push_back("n" + std::to_string(number));
+  return names;
+}
+
+using FrameworkHostileTest = FrameworkTest;
+
+TEST_F(FrameworkHostileTest, EndlessAnnouncementsAreCapped) {
+  constexpr long kBounded = 8L * 1024 * 1024;
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "6", "glib", "Red"});
+  host->Tell("cost");
+  const Cost before = TakeCost(*host, "cost");
+  const Stranger stranger(bus_);
+  const std::vector<std::string> names = HarmfulNames();
+  int type = -2;
+  for (const std::string& name : names) {
+    stranger.Announce(name, type, true);
+    type = type == 9 ? -2 : type + 1;
+  }
+  stranger.Flush();
+  ExpectKey(*host, "Red", *plugin);
+  host->Tell("cost");
+  const Cost after = TakeCost(*host, "cost");
+  EXPECT_EQ(after.descriptors, before.descriptors);
+  EXPECT_LT(after.bytes, before.bytes + kBounded);
+  for (const std::string& name : names) {
+    for (const int leaving : {4, 5, 6}) stranger.Announce(name, leaving, false);
+  }
+  stranger.Flush();
+  const auto next = MakePlugin(*host, {"next", "5", "glib", "Blue"});
+  ExpectKey(*host, "Blue", *next);
+  ExpectKey(*host, "Red", *plugin);
+}
+
+TEST_F(FrameworkHostileTest, AnnouncementsOfAnotherFormAreDropped) {
+  const auto host = MakeHost();
+  const auto plugin = MakePlugin(*host, {"clock", "6", "glib", "Red"});
+  const Stranger stranger(bus_);
+  stranger.Emit(nullptr);
+  stranger.Emit(g_variant_new("(s)", "clock"));
+  stranger.Emit(g_variant_new("(iis)", 6, 1, "clock"));
+  stranger.Emit(g_variant_new("(siii)", "clock", 6, 0, 0));
+  stranger.Flush();
+  ExpectKey(*host, "Red", *plugin);
+}
+
+TEST_F(FrameworkHostileTest, EndlessKeysAreCapped) {
+  const auto host = MakeHost();
+  const auto other = MakePlugin(*host, {"other", "6", "glib", "Red"});
+  const auto plugin = MakePlugin(*host, {"greedy", "5", "glib"});
+  plugin->Tell("many 3000");
+  plugin->Tell("hide");
+  EXPECT_SAYS(*host, "told: hide=greedy");
+  ExpectKey(*host, "K1023", *plugin);
+  ExpectNobodyTakes(*host, "K1024");
+  ExpectKey(*host, "Red", *other);
+}
+
+}  // namespace
+}  // namespace framework_test
