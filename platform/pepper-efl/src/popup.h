@@ -24,7 +24,7 @@ class Popup final : public XdgRole {
   // XdgRole
   void SendConfigure() override;
   void Committed() override;
-  void ContentGone() override {}
+  void ContentGone() override { placed_ = false; }
   void PictureDeleted() override { Dismiss(); }
   void LayOut() override;
   SurfacePoint PickInWindow(double x, double y) override;

@@ -17,7 +17,7 @@ inline constexpr int kMaxObjects = 4096;
 
 // A buffer's edge, and what all pictures together may need.
 inline constexpr int kMaxBufferEdge = 4096;
-inline constexpr std::size_t kMaxClientPixelBytes = std::size_t{256} << 20;
+inline constexpr std::size_t kMaxClientPixelBytes = std::size_t{128} << 20;
 inline constexpr std::size_t kMaxPixelBytes = std::size_t{1} << 30;
 
 // Beyond every display's rate with a dozen subsurfaces. A client may save up one second's worth.

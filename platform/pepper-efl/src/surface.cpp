@@ -150,6 +150,8 @@ void Surface::Apply(SurfaceState& state) {
   if (std::exchange(state.attached, false)) TakeBuffer(state);
   CollectDamage(state);
   ShowHeldBuffer();
+  // Where nothing takes input, the program's own objects below get it.
+  if (object() != nullptr) evas_object_pass_events_set(object(), input_ && input_->empty());
   frames_.TakeFrom(state.frames);
   ApplyToChildren();
   if (role_ != nullptr) role_->Committed();
@@ -184,6 +186,7 @@ void Surface::TakeBuffer(SurfaceState& state) {
 void Surface::RemoveContent() {
   if (role_ != nullptr && has_content()) role_->ContentGone();
   picture_.reset();
+  server_.seat().Forget(this);
   width_ = height_ = 0;
 }
 

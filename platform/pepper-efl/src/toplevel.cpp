@@ -30,6 +30,18 @@ constexpr struct xdg_toplevel_interface kToplevel = {
     .set_minimized = IgnoreRequest<>,
 };
 
+/// Marks the time in which changes of the object are our own.
+class Placing {
+ public:
+  explicit Placing(bool& flag) : flag_(flag) { flag_ = true; }
+  Placing(const Placing&) = delete;
+  Placing& operator=(const Placing&) = delete;
+  ~Placing() { flag_ = false; }
+
+ private:
+  bool& flag_;
+};
+
 // Cuts between characters, so that a valid text stays valid.
 std::string Cut(const char* text) {
   std::string cut = text;
@@ -144,9 +156,8 @@ void Toplevel::FollowContent() {
   const Box before = std::exchange(content_, now);
   const bool resized = now.width != before.width || now.height != before.height;
   if (resized && !wished_) {
-    placing_ = true;
+    const Placing placing(placing_);
     evas_object_resize(object(), now.width, now.height);
-    placing_ = false;
   }
   if (resized || now.x != before.x || now.y != before.y) LayOut();
 }
@@ -174,6 +185,7 @@ void Toplevel::Withdraw() {
 void Toplevel::PictureDeleted() {
   announced_ = false;
   server().RemoveWindow(this);
+  server().seat().pointer().Forget(surface());
   surface()->Place({}, false);
   xdg_surface_->DismissPopups();
   xdg_toplevel_send_close(resource_);
@@ -227,7 +239,7 @@ void Toplevel::CheckSize(int width, int height) {
 
 void Toplevel::LayOut() {
   if (object() == nullptr || placing_) return;
-  placing_ = true;
+  const Placing placing(placing_);
   int x = 0, y = 0, width = 0, height = 0;
   evas_object_geometry_get(object(), &x, &y, &width, &height);
   const Box window = xdg_surface_->Geometry();
@@ -244,7 +256,6 @@ void Toplevel::LayOut() {
   surface()->Place(placement, false);
   for (Popup* popup : xdg_surface_->popups()) popup->PlaceIn(placement, window);
   StackTree();
-  placing_ = false;
 }
 
 SurfacePoint Toplevel::PickInWindow(double x, double y) {

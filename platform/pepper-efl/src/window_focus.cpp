@@ -39,7 +39,7 @@ void WindowFocus::Activate(Toplevel* window) {
 }
 
 void WindowFocus::GrabFor(Popup* popup) {
-  if (popup->Window() != active_) return popup->Dismiss();
+  if (active_ == nullptr || popup->Window() != active_) return popup->Dismiss();
   grabs_.push_back(popup);
   Update();
 }

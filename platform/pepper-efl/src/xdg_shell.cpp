@@ -115,6 +115,7 @@ void XdgSurface::RoleGone() {
   role_ = nullptr;
   ResetConfigure();
   if (surface_ != nullptr) surface_->RemoveContent();
+  unmapping_ = false;
 }
 
 void XdgSurface::DismissPopups() {

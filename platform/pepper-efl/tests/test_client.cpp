@@ -17,8 +17,7 @@ TestClient::TestClient(const char* socket) : display_(wl_display_connect(socket)
   if (display_ == nullptr) return;
   static const wl_registry_listener kListener = {&TestClient::Global,
                                                  [](void*, wl_registry*, std::uint32_t) {}};
-  fd_handler_ = ecore_main_fd_handler_add(wl_display_get_fd(display_), ECORE_FD_READ,
-                                          &TestClient::Readable, this, nullptr, nullptr);
+  ReadAgain();
   idle_enterer_ = ecore_idle_enterer_before_add(&TestClient::FlushCall, this);
   registry_ = wl_display_get_registry(display_);
   wl_registry_add_listener(registry_, &kListener, this);
@@ -45,6 +44,11 @@ void TestClient::Die() {
 
 void TestClient::StopReading() {
   if (fd_handler_ != nullptr) ecore_main_fd_handler_del(std::exchange(fd_handler_, nullptr));
+}
+
+void TestClient::ReadAgain() {
+  fd_handler_ = ecore_main_fd_handler_add(wl_display_get_fd(display_), ECORE_FD_READ,
+                                          &TestClient::Readable, this, nullptr, nullptr);
 }
 
 void TestClient::Flush() {

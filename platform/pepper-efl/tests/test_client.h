@@ -37,8 +37,9 @@ class TestClient {
   /// connection ended instead.
   bool RoundTrip();
   bool RunUntilCutOff();
-  /// Stops reading what the compositor sends.
+  /// Stops reading what the compositor sends, and begins again.
   void StopReading();
+  void ReadAgain();
 
   wl_compositor* compositor = nullptr;
   wl_subcompositor* subcompositor = nullptr;

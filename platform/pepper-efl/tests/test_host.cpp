@@ -2,7 +2,6 @@
 
 #include <Ecore.h>
 
-#include <cstdlib>
 #include <utility>
 
 #include "child_process.h"
@@ -27,13 +26,16 @@ Evas_Object* AddSmartObject(Evas* canvas) {
   return object;
 }
 
-// Once in a process: EFL itself leaves memory behind each time it is shut down.
+// Once in a process: EFL itself leaves memory behind when it is started a second time.
 void StartEfl() {
-  static const bool started = [] {
-    ecore_app_no_system_modules();  // they look for services that a test has not
-    return ecore_evas_init() > 0;
-  }();
-  if (!started) std::abort();
+  struct Efl {
+    Efl() {
+      ecore_app_no_system_modules();  // they look for services that a test has not
+      ecore_evas_init();
+    }
+    ~Efl() { ecore_evas_shutdown(); }
+  };
+  static const Efl efl;
 }
 
 }  // namespace
