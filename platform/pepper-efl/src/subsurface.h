@@ -29,6 +29,7 @@ class Subsurface final : public SurfaceRole {
   Toplevel* Window() override;
   void SurfaceGone() override;
   void Committed() override;
+  void PictureCame() override { LayOut(); }
   void ContentGone() override {}
 
   // Requests.

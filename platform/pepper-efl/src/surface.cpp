@@ -150,13 +150,17 @@ void Surface::Apply(SurfaceState& state) {
   if (std::exchange(state.attached, false)) TakeBuffer(state);
   CollectDamage(state);
   ShowHeldBuffer();
-  // Where nothing takes input, the program's own objects below get it.
-  if (object() != nullptr) evas_object_pass_events_set(object(), input_ && input_->empty());
+  PassInput();
   frames_.TakeFrom(state.frames);
   ApplyToChildren();
   if (role_ != nullptr) role_->Committed();
   if (role_ != nullptr && (width_ != old_width || height_ != old_height)) role_->LayOut();
   if (held_ != nullptr || !frames_.empty()) server_.frames().Want(this);
+}
+
+// Where nothing takes input, the program's own objects below get it.
+void Surface::PassInput() {
+  if (object() != nullptr) evas_object_pass_events_set(object(), input_ && input_->empty());
 }
 
 void Surface::SetGeometryOfState(SurfaceState& state) {
@@ -241,7 +245,14 @@ bool Surface::IsOpaque() const {
 }
 
 void Surface::FrameDone(std::uint32_t milliseconds) {
-  if (held_ != nullptr && role_kind_ != RoleKind::kNone) CopyHeldBuffer();
+  if (held_ != nullptr && role_kind_ != RoleKind::kNone) {
+    const bool had_picture = picture_ != nullptr;
+    CopyHeldBuffer();
+    if (!had_picture && picture_ != nullptr) {
+      PassInput();
+      role_->PictureCame();
+    }
+  }
   frames_.Done(milliseconds);
 }
 

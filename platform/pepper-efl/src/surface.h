@@ -42,6 +42,8 @@ class SurfaceRole {
   /// Whether the content is shown by a picture (a cursor's is not).
   virtual bool IsShown() const = 0;
   virtual void Committed() {}
+  /// The content has got its picture only at the end of the frame in which it was committed.
+  virtual void PictureCame() {}
   /// A commit without a buffer took the content away; the picture is about to go.
   virtual void ContentGone() {}
   /// Place the pictures of the whole window again.
@@ -121,6 +123,7 @@ class Surface final : public PictureOwner {
   void SetGeometryOfState(SurfaceState& state);
   void Measure(wl_shm_buffer* buffer);
   bool IsOpaque() const;
+  void PassInput();
   void ApplyToChildren();
   bool TakesInputAt(double x, double y) const;
 

@@ -158,13 +158,15 @@ void XdgSurface::AckConfigure(std::uint32_t serial) {
     return;
   }
   serials_.erase(serials_.begin(), confirmed + 1);
-  if (!serials_.empty() || !asked_) return;  // of the window before it was unmapped
-  waiting_ = false;
+  if (!asked_) return;
+  // Also when it was sent before the window was unmapped: a client that maps its window again
+  // cannot tell, and draws at the next configure that it sees.
   configured_ = true;
+  if (!serials_.empty()) return;
+  waiting_ = false;
   if (std::exchange(wanted_, false)) WantConfigure();
 }
 
-// What was sent before may still be confirmed, late, and counts for nothing then.
 void XdgSurface::ResetConfigure() {
   asked_ = configured_ = waiting_ = wanted_ = false;
 }
@@ -193,6 +195,10 @@ void XdgSurface::Committed() {
     return;
   }
   role_->Committed();
+}
+
+void XdgSurface::PictureCame() {
+  if (role_ != nullptr) role_->Committed();
 }
 
 void XdgSurface::ContentGone() {

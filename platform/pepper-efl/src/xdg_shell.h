@@ -62,6 +62,7 @@ class XdgSurface final : public SurfaceRole {
   bool MayCommit(bool with_buffer) override;
   bool IsShown() const override { return role_ != nullptr; }
   void Committed() override;
+  void PictureCame() override;
   void ContentGone() override;
   void LayOut() override;
   SurfacePoint PickInWindow(double x, double y) override;

@@ -210,6 +210,20 @@ TEST_F(Tree, SubsurfaceGoesWithItsRoleItsContentAndItsParent) {
   EXPECT_EQ(host.Pixel(0, 0), 0u) << "the program deleted the window";
 }
 
+// The second picture of a frame is made when the frame is over.
+TEST_F(Tree, SubsurfaceMayGoAndComeBackWithinAFrame) {
+  Child child(client, window.surface);
+  wl_subsurface_set_desync(child.sub);
+  wl_subsurface_set_position(child.sub, 10, 10);
+  child.Show(child.green);
+  window.Commit();
+  child.Unmap();
+  child.Show(child.green);
+  ASSERT_TRUE(client.RoundTrip());
+  EXPECT_TRUE(Sees(10, 10, kGreen));
+  EXPECT_EQ(host.Pixel(9, 9), Rgb(kRed));
+}
+
 TEST_F(Tree, NoSubsurfaceIsAnnounced) {
   Child child(client, window.surface);
   child.Show(child.green);
