@@ -154,6 +154,7 @@ TestSurface::TestSurface(TestClient& client_)
     : client(client_), surface(wl_compositor_create_surface(client.compositor)) {}
 
 TestSurface::~TestSurface() {
+  for (wl_callback* callback : waiting) wl_callback_destroy(callback);
   wl_surface_destroy(surface);
 }
 
@@ -171,10 +172,14 @@ void TestSurface::Unmap() {
 void TestSurface::WantFrame() {
   static const wl_callback_listener kListener = {
       [](void* data, wl_callback* callback, std::uint32_t) {
-        ++static_cast<TestSurface*>(data)->frames;
+        auto* self = static_cast<TestSurface*>(data);
+        ++self->frames;
+        self->waiting.erase(callback);
         wl_callback_destroy(callback);
       }};
-  wl_callback_add_listener(wl_surface_frame(surface), &kListener, this);
+  wl_callback* callback = wl_surface_frame(surface);
+  waiting.insert(callback);
+  wl_callback_add_listener(callback, &kListener, this);
 }
 
 TestWindow::TestWindow(TestClient& client_, const char* title, const char* app_id)

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 #include <wayland-client.h>
@@ -101,6 +102,7 @@ struct TestSurface {
 
   TestClient& client;
   wl_surface* surface;
+  std::set<wl_callback*> waiting;
   int frames = 0;
 };
 
