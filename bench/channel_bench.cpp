@@ -1,6 +1,10 @@
 // The channel between host and plug-in beside bare GDBus on the same bus: what a message costs, how
 // many can be sent, how long two ends take to find each other, what a record allocates.
 //
+// Finding each other has two references: what a handshake cannot do without, called one after the
+// other in one process; and all its steps in bare GDBus between two processes, with their match
+// rules and wake-ups.
+//
 // sd-bus, a leaner client of the same bus, is measured for information: the difference to bare
 // GDBus is what GDBus spends on handing each message between its thread and the caller's.
 #include <gio/gio.h>
@@ -16,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "bare_handshake.h"
 #include "legacy/HostDbus.h"
 #include "legacy/MessageCodec.h"
 #include "legacy/PluginDbus.h"
@@ -53,10 +58,13 @@ extern "C" void* realloc(void* memory, std::size_t size) {
 namespace {
 
 namespace glib = kavrel::glib;
+using kavrel_bench::AskBus;
+using kavrel_bench::BareEnd;
 using kavrel_bench::Child;
 using kavrel_bench::Clock;
 using kavrel_bench::MicrosecondsSince;
 using kavrel_bench::Row;
+using kavreldbus::CBaseDbus;
 using kavreldbus::CHostDbus;
 using kavreldbus::CPluginDbus;
 using kavreldbus::MessageCodec;
@@ -68,6 +76,7 @@ constexpr const char* kBarePath = "/bare";
 constexpr int kRounds = 11;
 constexpr int kCalls = 200;
 constexpr int kBurst = 2000;
+constexpr int kHandshakes = 10;
 
 using Pairs = std::array<std::pair<const char*, const char*>, 4>;
 constexpr Pairs kPairs = {
@@ -286,68 +295,92 @@ Row RateRow(const char* name, Caller& caller) {
 
 // ---- Handshake
 
-/// The first ends of the pairs, one for each round, in a process that tells when each is ready.
+std::string PairName(int number) {
+  return std::string("p").append(std::to_string(number));
+}
+
+bool IsReady(const CBaseDbus& end) {
+  return end.IsConnectionReady();
+}
+bool IsReady(const BareEnd& end) {
+  return end.ready();
+}
+
+/// The first ends of the pairs, made and forgotten one by one in a process that tells when each is
+/// ready. Nothing of an earlier pair is left when the next one is made.
 struct FirstEnds {
   ReadyPipe wanted;
   ReadyPipe made;
   ReadyPipe ready;
   Child process{[this] { Serve(); }};
 
-  void Serve() {
-    std::vector<std::unique_ptr<CPluginDbus>> ends;
-    for (int round = 0; round < kRounds; ++round) {
-      wanted.Wait();
-      ends.push_back(std::make_unique<CPluginDbus>(kHost, "p" + std::to_string(round)));
-      CPluginDbus& end = *ends.back();
-      made.Tell();
-      IterateUntil([&end] { return end.IsConnectionReady(); });
-      ready.Tell();
+  void Serve() const {
+    for (int pair = 0; pair < kRounds * kHandshakes; pair += kHandshakes) {
+      ServeSome<BareEnd>(pair,
+                         [](const std::string& name) { return std::make_unique<BareEnd>(name); });
+      ServeSome<CPluginDbus>(
+          pair, [](const std::string& name) { return std::make_unique<CPluginDbus>(kHost, name); });
     }
     RunLoop();
   }
+
+  template <class End, class Make>
+  void ServeSome(int first_pair, const Make& make) const {
+    for (int pair = first_pair; pair < first_pair + kHandshakes; ++pair) {
+      wanted.Wait();
+      const std::unique_ptr<End> end = make(PairName(pair));
+      made.Tell();
+      IterateUntil([&end] { return IsReady(*end); });
+      ready.Tell();
+      wanted.Wait();
+    }
+  }
 };
 
-Row HandshakeRow(FirstEnds& first, std::vector<std::unique_ptr<CHostDbus>>& ends) {
-  return {"second end's constructor to both ready",
-          [&first, &ends](Row& row) {
-            first.wanted.Tell();
-            first.made.Wait();
-            const std::string plugin = "p" + std::to_string(ends.size());
-            const auto start = Clock::now();
-            ends.push_back(std::make_unique<CHostDbus>(kHost, plugin));
-            CHostDbus& end = *ends.back();
-            IterateUntil([&end] { return end.IsConnectionReady(); });
-            first.ready.Wait();
-            row.p50.push_back(MicrosecondsSince(start));
-            row.p99.push_back(row.p50.back());
+/// `make` makes the second end of the pair of that name.
+template <class Make>
+Row HandshakeRow(const char* name, const FirstEnds& first, const Make& make) {
+  return {name,
+          [&first, make, pair = 0](Row& row) mutable {
+            std::vector<double> samples;
+            for (int i = 0; i < kHandshakes; ++i) {
+              first.wanted.Tell();
+              first.made.Wait();
+              const auto start = Clock::now();
+              const auto end = make(PairName(pair++));
+              IterateUntil([&end] { return IsReady(*end); });
+              first.ready.Wait();
+              samples.push_back(MicrosecondsSince(start));
+              first.wanted.Tell();
+            }
+            kavrel_bench::AddSamples(row, samples);
           },
           {},
           {}};
 }
 
-void AskBus(GDBusConnection* connection, const char* method, GVariant* arguments) {
-  const glib::Variant reply(g_dbus_connection_call_sync(
-      connection, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", method,
-      arguments, G_VARIANT_TYPE("(u)"), G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
-  if (reply == nullptr) throw std::runtime_error(std::string(method) + " failed");
+void DoBareSteps(GDBusConnection* connection) {
+  for (const char* name : {"org.zarnet.x._SYN", "org.zarnet.x._SYN_ACK", "org.zarnet.x._ACK"}) {
+    AskBus(connection, "RequestName", g_variant_new("(su)", name, 4U));
+    AskBus(connection, "ReleaseName", g_variant_new("(s)", name));
+  }
+  for (int i = 0; i < 2; ++i) {
+    glib::Error error;
+    glib::MakeProxy(connection, ":1.0", kBarePath, kInterface, error);
+  }
 }
 
 // What a handshake cannot do without, one after the other in one process.
 Row BareHandshakeRow(const BareCaller& caller) {
   return {"3 x RequestName, ReleaseName and 2 proxies",
           [&caller](Row& row) {
-            const auto start = Clock::now();
-            for (const char* name :
-                 {"org.zarnet.x._SYN", "org.zarnet.x._SYN_ACK", "org.zarnet.x._ACK"}) {
-              AskBus(caller.connection(), "RequestName", g_variant_new("(su)", name, 4U));
-              AskBus(caller.connection(), "ReleaseName", g_variant_new("(s)", name));
+            std::vector<double> samples;
+            for (int i = 0; i < kHandshakes; ++i) {
+              const auto start = Clock::now();
+              DoBareSteps(caller.connection());
+              samples.push_back(MicrosecondsSince(start));
             }
-            for (int i = 0; i < 2; ++i) {
-              glib::Error error;
-              glib::MakeProxy(caller.connection(), ":1.0", kBarePath, kInterface, error);
-            }
-            row.p50.push_back(MicrosecondsSince(start));
-            row.p99.push_back(row.p50.back());
+            kavrel_bench::AddSamples(row, samples);
           },
           {},
           {}};
@@ -419,10 +452,15 @@ int main() {
                                 RateRow("SendMessage, not waiting", channel_caller),
                                 RateRow("sd-bus call, for information", sd_bus_caller)},
                                kRounds);
-    std::vector<std::unique_ptr<CHostDbus>> ends;
-    kavrel_bench::RunLatencyTable("Two ends find each other",
-                                  {BareHandshakeRow(bare_caller), HandshakeRow(first_ends, ends)},
-                                  kRounds);
+    kavrel_bench::RunLatencyTable(
+        "Two ends find each other",
+        {BareHandshakeRow(bare_caller),
+         HandshakeRow("all steps, bare GDBus, between two processes", first_ends,
+                      [](const std::string& pair) { return std::make_unique<BareEnd>(pair); }),
+         HandshakeRow(
+             "second end's constructor to both ready", first_ends,
+             [](const std::string& pair) { return std::make_unique<CHostDbus>(kHost, pair); })},
+        kRounds);
   }
   PrintRecords();
 }

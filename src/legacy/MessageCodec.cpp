@@ -1,6 +1,7 @@
 #include "MessageCodec.h"
 
-#include <limits>
+#include <iterator>
+#include <memory>
 
 namespace kavreldbus {
 namespace {
@@ -19,6 +20,21 @@ constexpr std::size_t StringEnd(std::size_t start, std::size_t length) {
 
 bool IsUtf8(const std::string& text) {
   return g_utf8_validate(text.data(), static_cast<gssize>(text.size()), nullptr) != FALSE;
+}
+
+struct UnrefBytes {
+  void operator()(GBytes* bytes) const { g_bytes_unref(bytes); }
+};
+
+// Of a text that is known to be UTF-8: GLib's own way of making one would look through it again.
+GVariant* TextVariant(const std::string& text) {
+  const std::unique_ptr<GBytes, UnrefBytes> bytes(g_bytes_new(text.c_str(), text.size() + 1));
+  return g_variant_new_from_bytes(G_VARIANT_TYPE_STRING, bytes.get(), TRUE);
+}
+
+GVariant* PairVariant(const std::string& key, const std::string& value) {
+  GVariant* texts[] = {TextVariant(key), TextVariant(value)};
+  return g_variant_new_tuple(texts, std::size(texts));
 }
 
 }  // namespace
@@ -42,7 +58,7 @@ Variant MessageCodec::Encode(const CMessage& message, std::string& problem) {
       g_variant_builder_clear(&builder);
       return nullptr;
     }
-    g_variant_builder_add(&builder, "(ss)", key.c_str(), value.c_str());
+    g_variant_builder_add_value(&builder, PairVariant(key, value));
   }
   return Sink(g_variant_new("(a(ss))", &builder));
 }
