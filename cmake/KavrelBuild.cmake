@@ -54,5 +54,6 @@ function(kavrel_test name)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     PROPERTIES TIMEOUT 120 COST ${ARG_COST}
       ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/foreign_leaks.supp:print_suppressions=0"
+      ENVIRONMENT_MODIFICATION "TSAN_OPTIONS=set:suppressions=${PROJECT_SOURCE_DIR}/tests/support/foreign_races.supp:print_suppressions=0"
       LABELS "${ARG_LABELS}")
 endfunction()
