@@ -5,6 +5,7 @@ It is told what to do on standard input and tells what happens on standard outpu
 line; bus_peer.h lists what every such program understands. This one also does, for the faults that
 the library has to survive:
 
+    become_another                      speaks on a further connection from now on, and keeps the first
     own NAME / release NAME / say NAME  the bus's RequestName and ReleaseName; say does both
     call / emit                         any method call, any signal; bodies in GVariant's text format
     answer_body TEXT                    answers messages with that body, whatever its type
@@ -91,6 +92,8 @@ class End:
         )
         for step in ("SYN", "SYN_ACK", "ACK"):
             self.listen(BUS, BUS, "NameOwnerChanged", BUS_PATH, f"{self.base}_{step}", self.heard(step))
+        # The bus works in order: once it has answered this, it knows the rules.
+        bus.ask("GetId", None)
         self.say("SYN")
 
     def listen(self, sender, interface, member, path, arg0, handler):
@@ -189,6 +192,7 @@ class Peer:
 
     def __init__(self):
         self.bus = Bus()
+        self.earlier = []
         self.end = None
 
     def do_open(self, host, plugin, role=None, steps=("SYN", "SYN_ACK", "ACK")):
@@ -201,6 +205,11 @@ class Peer:
         self.bus.connection.close_sync(None)
         self.bus = Bus()
         tell("closed")
+
+    def do_become_another(self):
+        self.earlier.append(self.bus)
+        self.bus = Bus()
+        self.do_who()
 
     def do_who(self):
         tell("who", who=self.bus.unique_name())

@@ -2,9 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "channel_fixture.h"
+#include "legacy/AuxDbusServer.h"
 
 namespace kavrel_test {
 namespace {
@@ -69,6 +71,32 @@ TEST_F(LimitsTest, UsualBusTakesTheDocumentedNumberOfEnds) {
   ends.pop_back();
   ends.push_back(std::make_unique<CHostDbus>(kHost, "next"));
   EXPECT_THAT(Refusals(), SizeIs(1));  // rules given back serve the next end
+}
+
+// With its partners, and with the rule of its auxiliary channel.
+TEST_F(LimitsTest, HostHoldsTheDocumentedNumberOfPartners) {
+  constexpr int kDocumented = 102;
+  const PrivateBus bus;
+  const CAuxDbusServer server(kHost);
+  IterateUntil([&] {
+    return std::ranges::any_of(log_.entries(), [](const LogEntry& entry) {
+      return entry.text.starts_with("bus name acquired");
+    });
+  });
+  const auto partner = MakePythonPeer();
+  std::vector<std::unique_ptr<OpenHost>> ends;
+  for (int i = 0; i <= kDocumented; ++i) {
+    EXPECT_THAT(Refusals(), IsEmpty()) << i;
+    const std::string plugin = "p" + std::to_string(i);
+    ends.push_back(std::make_unique<OpenHost>(kHost, plugin));
+    const std::string name = "org.zarnet.kavrel." + plugin + "_SYN";
+    partner->Do({{"do", "become_another"}}, "who");
+    EXPECT_EQ(partner->Do({{"do", "say"}, {"name", name}}, "said").at("code"), 1);
+    OpenHost& end = *ends.back();
+    if (i == kDocumented) break;
+    ASSERT_TRUE(IterateUntil([&] { return end.State() == 2; })) << i;
+  }
+  EXPECT_THAT(Refusals(), testing::Not(IsEmpty()));
 }
 
 // A bus counts calls that wait for an answer, 128 a connection, and then refuses all further ones.
