@@ -98,7 +98,7 @@ std::string TimeOfDay() {
   GDateTime* const now = g_date_time_new_now_local();
   char* const seconds = g_date_time_format(now, "%H:%M:%S");
   const std::string thousandths = std::to_string(1000 + g_date_time_get_microsecond(now) / 1000);
-  const std::string text = std::string(seconds) + "." + thousandths.substr(1);
+  std::string text = std::string(seconds) + "." + thousandths.substr(1);
   g_free(seconds);
   g_date_time_unref(now);
   return text;

@@ -144,13 +144,17 @@ void BusTraffic::AddRole(BusEvent& event, const char* field, const std::string& 
 }
 
 std::vector<BusEvent> BusTraffic::See(GDBusMessage* message, std::int64_t now) {
+  constexpr const char* kBus = "org.freedesktop.DBus";
   const std::string interface = TextOf(g_dbus_message_get_interface(message));
-  if (interface == "org.freedesktop.DBus") {
+  const bool is_signal = g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_SIGNAL;
+  if (interface == kBus) {
+    // Anybody can send a signal of that name; only the bus says who it is from.
+    if (!is_signal || TextOf(g_dbus_message_get_sender(message)) != kBus) return {};
     if (TextOf(g_dbus_message_get_member(message)) != "NameOwnerChanged") return {};
     return SeeOwnerChange(g_dbus_message_get_body(message), now);
   }
   const std::string host = HostIn(interface, kAuxiliary);
-  if (!host.empty()) return {SeeAuxiliary(message, host)};
+  if (!host.empty() && is_signal) return {SeeAuxiliary(message, host)};
   const auto event = SeeChannel(message);
   return event ? std::vector<BusEvent>{*event} : std::vector<BusEvent>{};
 }

@@ -110,6 +110,28 @@ TEST_F(BusMonitorTest, TellsForeignBodiesAndHeldNames) {
                         {"who", who}}));
 }
 
+TEST_F(BusMonitorTest, DoesNotTakeAStrangersWordForTheBus) {
+  const auto monitor = StartMonitor({"--json"});
+  const auto stranger = MakePythonPeer();
+  stranger->Do({{"do", "emit"},
+                {"path", "/org/zarnet/kavrel"},
+                {"interface", "org.freedesktop.DBus"},
+                {"member", "NameOwnerChanged"},
+                {"body", std::string("('") + kBaseName + "_SYN', ':1.77', '')"}},
+               "emitted");
+  const Json who = stranger->Do({{"do", "who"}}, "who").at("who");
+  stranger->Do({{"do", "call"},  // a call is no event
+                {"destination", who},
+                {"path", "/org/zarnet/kavrel/auxiliary"},
+                {"interface", "org.zarnet.kavrel.auxiliary"},
+                {"member", "SendSignal"},
+                {"body", "('hello', 5, 1)"},
+                {"limit", 10}},
+               "called");
+  stranger->Do({{"do", "say"}, {"name", std::string(kBaseName) + "_ACK"}}, "said");
+  ExpectHandshake(Next(*monitor), "ACK", who);
+}
+
 TEST_F(BusMonitorTest, SpeaksToPeople) {
   const auto monitor = StartMonitor({});
   const auto host = MakePythonPeer();
