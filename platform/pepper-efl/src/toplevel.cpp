@@ -170,6 +170,7 @@ void Toplevel::Withdraw() {
   if (!std::exchange(mapped_, false)) return;
   server().RemoveWindow(this);
   wished_.reset();
+  closing_ = false;
   const bool was_announced = std::exchange(announced_, false);
   if (surface()->picture() == nullptr) return;
   Evas_Object* object = surface()->picture()->GiveAway();
@@ -181,14 +182,21 @@ void Toplevel::Withdraw() {
   }
 }
 
-// The program has done with the window; only the client can end it for good.
+// The program has done with the window; only the client can end it for good. It is asked to after
+// it has answered the last configure: Elementary crashes over one that comes together with the end.
 void Toplevel::PictureDeleted() {
   announced_ = false;
+  active_ = false;
   server().RemoveWindow(this);
   server().seat().pointer().Forget(surface());
   surface()->Place({}, false);
   xdg_surface_->DismissPopups();
-  xdg_toplevel_send_close(resource_);
+  closing_ = true;
+  if (!xdg_surface_->StopConfiguring()) Configured();
+}
+
+void Toplevel::Configured() {
+  if (std::exchange(closing_, false)) xdg_toplevel_send_close(resource_);
 }
 
 // ---- announcement

@@ -30,6 +30,7 @@ class Toplevel final : public XdgRole, public AnnouncedWindow {
 
   // XdgRole
   void SendConfigure() override;
+  void Configured() override;
   void Committed() override;
   void ContentGone() override;
   void PictureDeleted() override;
@@ -70,6 +71,7 @@ class Toplevel final : public XdgRole, public AnnouncedWindow {
   bool mapped_ = false;
   bool announced_ = false;  // or queued to be
   bool active_ = false;
+  bool closing_ = false;       // to be told so
   bool placing_ = false;       // we, not the program, change the object
   std::optional<Box> wished_;  // the size the program gave the object
   Box content_;                // the window's size when it was last looked at

@@ -164,7 +164,12 @@ void XdgSurface::AckConfigure(std::uint32_t serial) {
   configured_ = true;
   if (!serials_.empty()) return;
   waiting_ = false;
-  if (std::exchange(wanted_, false)) WantConfigure();
+  std::exchange(wanted_, false) ? WantConfigure() : role_->Configured();
+}
+
+bool XdgSurface::StopConfiguring() {
+  wanted_ = false;
+  return waiting_;
 }
 
 void XdgSurface::ResetConfigure() {

@@ -26,6 +26,8 @@ class XdgRole {
  public:
   virtual ~XdgRole() = default;
   virtual void SendConfigure() = 0;
+  /// The client has answered the last configure.
+  virtual void Configured() {}
   virtual void Committed() = 0;
   virtual void ContentGone() = 0;
   virtual void PictureDeleted() = 0;
@@ -50,6 +52,8 @@ class XdgSurface final : public SurfaceRole {
   /// Sends the role's configure events now, or once the client has answered the last ones, so that
   /// a client that does not answer has one of them waiting and not thousands.
   void WantConfigure();
+  /// Drops the one that waits to be sent; true when the client still has to answer one.
+  bool StopConfiguring();
 
   /// The role object has been destroyed.
   void RoleGone();

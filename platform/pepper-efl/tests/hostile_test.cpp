@@ -323,15 +323,25 @@ TEST_F(Hostile, TooManyClients) {
   EXPECT_EQ(again.error(), 0);
 }
 
+// The neighbour gets its frames meanwhile, each with the picture that it committed last.
 TEST_F(Hostile, FloodOfCommits) {
   TestClient client;
   TestWindow bad(client, "bad");
   TestBuffer buffer(client, 300, 200, kRed);
-  while (client.error() == 0) {
-    for (int i = 0; i < 500; ++i) bad.Show(buffer);
-    client.RoundTrip();
+  for (int batch = 0; client.error() == 0; ++batch) {
+    for (int i = 0; i < 1000; ++i) bad.Show(buffer);
+    client.Flush();
+    if (batch >= 3) {
+      client.RoundTrip();
+      continue;
+    }
+    window.WantFrame();
+    window.Show(batch % 2 == 0 ? green : red);
+    ASSERT_TRUE(RunUntil([&] { return window.frames == batch + 1; }));
+    EXPECT_EQ(host.Pixel(310, 210), (batch % 2 == 0 ? kGreen : kRed) & 0xffffff);
   }
   ExpectError(client, "wl_display", WL_DISPLAY_ERROR_IMPLEMENTATION);
+  window.frames = 0;
 }
 
 TEST_F(Hostile, ClientThatNeverReads) {
