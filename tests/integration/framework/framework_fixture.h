@@ -26,22 +26,12 @@ class Program {
 
   /// Takes the first line that has not been taken yet and begins with `text`; waits for it.
   std::optional<std::string> Take(const std::string& text) {
-    using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + kavrel_test::kGenerous;
-    while (Clock::now() < deadline) {
-      const auto found = std::find_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
-        return line.starts_with(text);
-      });
-      if (found != lines_.end()) {
-        std::string line = *found;
-        lines_.erase(found);
-        return line;
-      }
-      auto line = process_.WaitForLine("");
-      if (!line) return std::nullopt;
-      lines_.push_back(std::move(*line));
-    }
-    return std::nullopt;
+    return TakeIf([&](const std::string& line) { return line.starts_with(text); });
+  }
+
+  /// The same for one that holds `text`, as a line of the log does.
+  std::optional<std::string> TakeHolding(const std::string& text) {
+    return TakeIf([&](const std::string& line) { return line.find(text) != std::string::npos; });
   }
 
   /// Whether such a line has come and has not been taken; does not wait.
@@ -55,6 +45,24 @@ class Program {
   kavrel_test::ChildProcess& process() { return process_; }
 
  private:
+  template <class Matches>
+  std::optional<std::string> TakeIf(const Matches& matches) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + kavrel_test::kGenerous;
+    while (Clock::now() < deadline) {
+      const auto found = std::find_if(lines_.begin(), lines_.end(), matches);
+      if (found != lines_.end()) {
+        std::string line = *found;
+        lines_.erase(found);
+        return line;
+      }
+      auto line = process_.WaitForLine("");
+      if (!line) return std::nullopt;
+      lines_.push_back(std::move(*line));
+    }
+    return std::nullopt;
+  }
+
   kavrel_test::ChildProcess process_;
   std::vector<std::string> lines_;
 };
@@ -67,6 +75,11 @@ inline testing::AssertionResult Says(Program& program, const std::string& text) 
   if (program.Take(text)) return testing::AssertionSuccess();
   return testing::AssertionFailure() << "no \"" << text << "\" in\n" << program.Everything();
 }
+/// Whether it logs a line with that text at its end.
+inline testing::AssertionResult Logs(Program& program, const std::string& text) {
+  if (program.TakeHolding(") > " + text)) return testing::AssertionSuccess();
+  return testing::AssertionFailure() << "no \"" << text << "\" in\n" << program.Everything();
+}
 #define EXPECT_SAYS(program, text) EXPECT_TRUE(Says(program, text))
 #define ASSERT_SAYS(program, text) ASSERT_TRUE(Says(program, text))
 
@@ -76,6 +89,8 @@ class FrameworkTest : public testing::Test {
     return {{"XDG_RUNTIME_DIR", directory_.path()},
             {"KAVREL_RUNTIME_DIR", directory_.path()},
             {"HOME", directory_.path()},
+            {"KAVREL_LOG", "stderr"},
+            {"KAVREL_LOG_LEVEL", "error"},
             {"DISPLAY", std::nullopt},
             {"WAYLAND_DISPLAY", std::nullopt},
             {"EINA_LOG_BACKTRACE", "-1"},
@@ -91,14 +106,11 @@ class FrameworkTest : public testing::Test {
     return std::make_unique<Program>(options);
   }
 
-  ProgramPointer StartHost(std::vector<std::string> arguments = {}) const {
-    arguments.insert(arguments.begin(), FRAMEWORK_HOST);
-    return Start(arguments);
-  }
-
   /// A viewer whose host is there.
-  ProgramPointer MakeHost(const std::vector<std::string>& arguments = {}) const {
-    auto host = StartHost(arguments);
+  ProgramPointer MakeHost(std::vector<std::string> arguments = {},
+                          const Environment& changes = {}) const {
+    arguments.insert(arguments.begin(), FRAMEWORK_HOST);
+    auto host = Start(arguments, changes);
     EXPECT_SAYS(*host, "created");
     return host;
   }

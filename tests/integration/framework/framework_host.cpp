@@ -1,5 +1,6 @@
-// A viewer without a screen: framework_host [thread]. With "thread" its host is made by a second
-// thread while the main loop runs. Commands:
+// A viewer without a screen: framework_host [thread | host=NAME]. With "thread" its host is made by
+// a second thread while the main loop runs; a host of another name is made without a window.
+// Commands:
 //   key NAME [released] [DEVICE]   keys COUNT NAME   state STATE   grab NAME   release NAME
 //   window NAME   place NAME X Y WIDTH HEIGHT   hide NAME   pixel X Y RRGGBB
 //   send NAME ASYNC KEY VALUE...   cost   create   destroy   quit
@@ -10,7 +11,6 @@
 #include <cstdint>
 #include <map>
 #include <sstream>
-#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -22,6 +22,7 @@ using framework_program::Say;
 
 IViewerHost* the_host = nullptr;
 Evas_Object* the_window = nullptr;
+std::string the_name = "kavrel";
 
 struct WantedPixel {
   int x = 0;
@@ -51,7 +52,9 @@ void Receive(CMessage& message, void*) {
 }
 
 void Create() {
-  const bool made = KavrelAPI::CreateViewerHost(the_window, &the_host, &Receive, nullptr, "kavrel");
+  Evas_Object* const window = the_name == "kavrel" ? the_window : nullptr;
+  const bool made =
+      KavrelAPI::CreateViewerHost(window, &the_host, &Receive, nullptr, the_name.c_str());
   Say(made ? "created" : "not created");
 }
 
@@ -164,8 +167,10 @@ int main(int argc, char** argv) {
   OpenRootWindow();
   framework_program::Commands commands(&Obey);
   commands.ReadInEflLoop();
+  const std::string word = argc > 1 ? argv[1] : "";
+  if (word.starts_with("host=")) the_name = word.substr(5);
   std::thread creator;
-  if (argc > 1 && std::string_view(argv[1]) == "thread") {
+  if (word == "thread") {
     creator = std::thread(&Create);
   } else {
     Create();

@@ -67,6 +67,7 @@ TEST_F(FrameworkHostileTest, EndlessAnnouncementsAreCapped) {
   }
   stranger.Flush();
   ExpectKey(*host, "Red", *plugin);
+  EXPECT_THAT(host->Everything(), testing::HasSubstr("refused: 96 are registered"));
   host->Tell("cost");
   const Cost after = TakeCost(*host, "cost");
   EXPECT_EQ(after.descriptors, before.descriptors);

@@ -1,7 +1,7 @@
-// A plug-in: framework_plugin NAME TYPE [glib] [exclusive] [again] [window=RRGGBB] KEY...
-// Each time its channel comes up it asks for its keys and to be shown. With "glib" it has no window
-// and runs GLib's loop; with "again" the program runs itself anew when EFL ends its loop, as EFL
-// does when the viewer of a window dies. Commands:
+// A plug-in: framework_plugin NAME TYPE [host=NAME] [glib] [exclusive] [again] [window=RRGGBB]
+// KEY... Each time its channel comes up it asks for its keys and to be shown. With "glib" it has no
+// window and runs GLib's loop; with "again" the program runs itself anew when EFL ends its loop, as
+// EFL does when the viewer of a window dies. Commands:
 //   keys KEY...   many COUNT   clear   exclusive KEY...   unexclusive KEY...   clearexclusive
 //   show   hide   enable WHAT   disable WHAT   send ASYNC KEY VALUE   window RRGGBB   close
 //   live COUNT (a whole life of a second plug-in, so many times)   quiet   count   leave
@@ -19,8 +19,6 @@
 namespace {
 
 using framework_program::Say;
-
-constexpr const char* kHost = "kavrel";
 
 struct Listener : IKeyInputListener, IViewerStateChangeListener, IViewerMessageListener {
   bool OnKeyPressed(const std::string& keyName, int device) override {
@@ -51,6 +49,7 @@ struct Listener : IKeyInputListener, IViewerStateChangeListener, IViewerMessageL
 struct Program {
   const char* name = nullptr;
   VIEWER_PLUGIN_TYPE type = VIEWER_PLUGIN_STAYS_0;
+  std::string host = "kavrel";
   bool glib = false;
   bool exclusive = false;
   bool again = false;
@@ -79,7 +78,8 @@ void Disconnected(void*) {
 }
 
 void OpenWindow(unsigned color) {
-  the_program.window = KavrelAPI::CreatePepperPluginWindow("main", the_program.name, kHost);
+  the_program.window =
+      KavrelAPI::CreatePepperPluginWindow("main", the_program.name, the_program.host.c_str());
   if (the_program.window == nullptr) return Say("no window");
   Evas* const canvas = evas_object_evas_get(the_program.window);
   Say(std::string("engine ") + ecore_evas_engine_name_get(ecore_evas_ecore_evas_get(canvas)));
@@ -108,7 +108,9 @@ void Iterate(const bool& done) {
 // From birth to leave, with a key of its own that the viewer presses for it.
 void LiveOnce(Life& life) {
   IViewerPluggable* plugin = nullptr;
-  if (!KavrelAPI::CreatePluggable(VIEWER_PLUGIN_LEAVES, "mayfly", &plugin, kHost)) std::abort();
+  if (!KavrelAPI::CreatePluggable(VIEWER_PLUGIN_LEAVES, "mayfly", &plugin,
+                                  the_program.host.c_str()))
+    std::abort();
   life.connected = false;
   life.listener.keys = 0;
   life.listener.talks = false;
@@ -123,7 +125,7 @@ void LiveOnce(Life& life) {
   press.AddValue("press", "Life");
   plugin->SendMessage(press, 1);
   while (life.listener.keys == 0) g_main_context_iteration(nullptr, TRUE);
-  KavrelAPI::DestroyPluggable("mayfly", kHost);
+  KavrelAPI::DestroyPluggable("mayfly", the_program.host.c_str());
 }
 
 void Live(int count) {
@@ -165,15 +167,14 @@ void Send(std::istream& words) {
   Say(the_program.plugin->SendMessage(message, async) ? "sent 1" : "sent 0");
 }
 
-bool ObeyAboutKeys(const std::string& command, std::istream& words) {
+bool Ask(const std::string& command, std::istream& words) {
   IViewerPluggable& plugin = *the_program.plugin;
-  if (command == "clear") return plugin.ClearKeyRepository(), true;
-  if (command == "clearexclusive") return plugin.ClearExclusiveKeyRepository(), true;
+  if (command == "clear") return plugin.ClearKeyRepository();
+  if (command == "clearexclusive") return plugin.ClearExclusiveKeyRepository();
   CKeyRepository keys = Keys(words);
-  if (command == "keys") return plugin.RegsiterKeyRepository(keys), true;
-  if (command == "exclusive") return plugin.RegisterExclusiveKeyRepository(keys), true;
-  if (command == "unexclusive") return plugin.UnregisterExclusiveKeyRepository(keys), true;
-  return false;
+  if (command == "keys") return plugin.RegsiterKeyRepository(keys);
+  if (command == "exclusive") return plugin.RegisterExclusiveKeyRepository(keys);
+  return command == "unexclusive" && plugin.UnregisterExclusiveKeyRepository(keys);
 }
 
 void Obey(const std::string& line) {
@@ -200,12 +201,12 @@ void Obey(const std::string& line) {
   if (command == "many") return RegisterMany(std::stoi(what));
   words.clear();
   words.seekg(arguments);
-  ObeyAboutKeys(command, words);
+  Say(Ask(command, words) ? "asked 1" : "asked 0");
 }
 
 void ParseArguments(int argc, char** argv) {
   the_program.name = argv[1];
-  the_program.type = static_cast<VIEWER_PLUGIN_TYPE>(std::atoi(argv[2]));
+  the_program.type = static_cast<VIEWER_PLUGIN_TYPE>(std::stoi(argv[2]));
   for (int at = 3; at < argc; ++at) {
     const std::string word = argv[at];
     if (word == "glib") {
@@ -214,6 +215,8 @@ void ParseArguments(int argc, char** argv) {
       the_program.exclusive = true;
     } else if (word == "again") {
       the_program.again = true;
+    } else if (word.starts_with("host=")) {
+      the_program.host = word.substr(5);
     } else if (word.starts_with("window=")) {
       the_program.color = static_cast<unsigned>(std::stoul(word.substr(7), nullptr, 16));
     } else {
@@ -224,7 +227,8 @@ void ParseArguments(int argc, char** argv) {
 
 bool Start() {
   Say("waiting");
-  if (!KavrelAPI::CreatePluggable(the_program.type, the_program.name, &the_program.plugin, kHost)) {
+  if (!KavrelAPI::CreatePluggable(the_program.type, the_program.name, &the_program.plugin,
+                                  the_program.host.c_str())) {
     Say("no host");
     return false;
   }
