@@ -113,7 +113,7 @@ TEST_F(Hostile, MorePixelsThanAClientMayHave) {
   SparseBuffer large(client, 4096, 4096, 16384);
   std::vector<std::unique_ptr<TestSurface>> surfaces;
   std::vector<wl_subsurface*> subs;
-  for (int i = 0; i < 3; ++i) {
+  for (std::size_t i = 0; i < 3; ++i) {
     surfaces.push_back(std::make_unique<TestSurface>(client));
     subs.push_back(
         wl_subcompositor_get_subsurface(client.subcompositor, surfaces[i]->surface, bad.surface));
