@@ -6,6 +6,7 @@
 #include <lwipc.h>
 #include <pepper-efl.h>
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -105,6 +106,27 @@ void CViewerHost::BroadcastViewerState(const std::string& state) {
                    plugin.pluginName.c_str());
     }
   }
+}
+
+std::vector<IPluginList::Plugin> CViewerHost::Plugins() const {
+  std::vector<Plugin> listed;
+  for (const PluginList& plugins : m_Plugins) {
+    for (const tagHostPluginInfo& plugin : plugins) {
+      listed.push_back({static_cast<VIEWER_PLUGIN_TYPE>(plugin.pluginType), plugin.pluginName,
+                        plugin.pTargetHostDbus->IsConnectionReady(), plugin.keyRepository});
+    }
+  }
+  return listed;
+}
+
+std::vector<IPluginList::ExclusiveKey> CViewerHost::ExclusiveKeys() const {
+  std::vector<ExclusiveKey> listed;
+  for (const auto& [key, requesters] : m_ExclusiveKeys) {
+    listed.push_back({key, {requesters.begin(), requesters.end()}});
+  }
+  std::sort(listed.begin(), listed.end(),
+            [](const ExclusiveKey& one, const ExclusiveKey& other) { return one.key < other.key; });
+  return listed;
 }
 
 Evas_Object* CViewerHost::GetPluginObject(const std::string& pluginName) {

@@ -17,6 +17,7 @@
 // Names, order of virtual operations, and log texts are contract.
 #pragma once
 
+#include <kavrel/IPluginList.h>
 #include <kavrel/IViewerHost.h>
 #include <kavrel/ViewerPluginType.h>
 
@@ -27,6 +28,7 @@
 #include <optional>
 #include <string>
 #include <unordered_map>
+#include <vector>
 
 #include "../common/efl.h"
 #include "AuxDbusServer.h"
@@ -49,7 +51,7 @@ struct TPluginObj {
 
 /// Thread: the one that runs the process's main loop; no locks. The constructor may run on another
 /// one (see KavrelAPI::CreateViewerHost).
-class CViewerHost : public IViewerHost {
+class CViewerHost : public IViewerHost, public IPluginList {
  public:
   static constexpr int kPluginTypes = 7;
   /// What plug-ins may cost the host. Each channel takes up to five of the 512 rules that the bus
@@ -77,6 +79,9 @@ class CViewerHost : public IViewerHost {
   void ProcessUnregisteredExclusiveKey(const std::string& keyName,
                                        const std::string& requester) override;
   void BroadcastViewerState(const std::string& state) override;
+
+  std::vector<Plugin> Plugins() const override;
+  std::vector<ExclusiveKey> ExclusiveKeys() const override;
 
  private:
   using PluginList = std::list<tagHostPluginInfo>;

@@ -294,6 +294,33 @@ TEST_F(HostKeysTest, LimitsExclusiveClaims) {
   EXPECT_THAT(TakeLines().back(), testing::HasSubstr("refused: a name has more than 255 bytes"));
 }
 
+TEST_F(HostKeysTest, ListsPluginsAndExclusiveKeys) {
+  MakeHost();
+  Add("news", 6);
+  Add("clock", 5);
+  RegisterKeys("clock", {"Red", "Blue"});
+  host_->ProcessRegisteredExclusiveKey("Menu", "clock");
+  host_->ProcessRegisteredExclusiveKey("Menu", "kavrel");
+  host_->ProcessRegisteredExclusiveKey("Exit", "news");
+  IViewerHost& host = *host_;
+  const auto* const list = dynamic_cast<const IPluginList*>(&host);
+  ASSERT_NE(list, nullptr);
+  const auto plugins = list->Plugins();
+  ASSERT_EQ(plugins.size(), 2u);
+  EXPECT_EQ(plugins[0].name, "clock");
+  EXPECT_EQ(plugins[0].type, VIEWER_PLUGIN_LEAVES_LAYER_4);
+  EXPECT_EQ(plugins[0].keys.Size(), 2);
+  EXPECT_EQ(plugins[0].keys.GetKey(1), "Blue");
+  EXPECT_EQ(plugins[1].name, "news");
+  EXPECT_EQ(plugins[1].keys.Size(), 0);
+  const auto keys = list->ExclusiveKeys();
+  ASSERT_EQ(keys.size(), 2u);
+  EXPECT_EQ(keys[0].key, "Exit");
+  EXPECT_THAT(keys[0].requesters, ElementsAre("news"));
+  EXPECT_EQ(keys[1].key, "Menu");
+  EXPECT_THAT(keys[1].requesters, ElementsAre("clock", "kavrel"));
+}
+
 TEST_F(HostKeysTest, GrabsNothingWithoutAWindow) {
   MakeHost(nullptr, "other");
   Add("clock", 5);
