@@ -44,6 +44,14 @@ const Channel* FindChannelByServiceId(const std::string& service_id) {
   return Find([&](const Channel& channel) { return channel.service_id == service_id; });
 }
 
+const Channel& ChannelAfter(const std::string& number, int step) {
+  const Channel* const known = FindChannelByNumber(number);
+  if (known == nullptr) return AllChannels().front();
+  const auto count = static_cast<int>(AllChannels().size());
+  const int next = (static_cast<int>(known - AllChannels().data()) + step % count + count) % count;
+  return AllChannels()[static_cast<std::size_t>(next)];
+}
+
 std::string Describe(const Channel& channel) {
   if (channel.number.empty()) return "service " + channel.service_id;
   return channel.name.empty() ? channel.number : channel.number + ' ' + channel.name;

@@ -32,6 +32,10 @@ const Channel* FindChannelByNumber(const std::string& number);
 const Channel* FindChannelByName(const std::string& name);
 const Channel* FindChannelByServiceId(const std::string& service_id);
 
+/// The received channel that comes `step` places after the one of this number, in a circle; for a
+/// number that is not received the first one.
+const Channel& ChannelAfter(const std::string& number, int step);
+
 /// "7 News", "7", "service 1007"
 std::string Describe(const Channel& channel);
 

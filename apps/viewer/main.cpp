@@ -2,57 +2,43 @@
 //
 //   1. says under which application id it serves (KAVREL_APP_ID, read by the rpc-port service);
 //   2. makes a stub and gives it a factory of services (service.h), one service a client;
-//   3. runs the GLib main loop, in which the requests arrive;
-//   4. publishes what clients may want to watch (state_publisher.h).
-#include <glib.h>
+//   3. opens its window and shows what it is commanded to show (window.h, screen.h);
+//   4. makes itself host of plug-ins (plugin_host.h), and offers them the keys of its remote
+//      control before it acts on them itself (remote_control.h);
+//   5. publishes what clients may want to watch (state_publisher.h);
+//   6. runs EFL's main loop, in which everything of the above arrives (main_loop.h).
+//
+// The control port (control_port.h) is this viewer's own; no viewer needs one.
 #include <kavrel/tidl/KavrelAppApiStub.h>
+#include <printable.h>
 #include <ready_fd.h>
 #include <standard_streams.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <glib-unix.h>
 #include <memory>
+#include <stdexcept>
 
+#include "control_port.h"
+#include "keyboard.h"
+#include "main_loop.h"
 #include "operation_log.h"
 #include "options.h"
+#include "plugin_host.h"
+#include "png_file.h"
 #include "reachability.h"
+#include "remote_control.h"
+#include "screen.h"
 #include "service.h"
 #include "state_publisher.h"
+#include "system_bus.h"
 #include "television.h"
+#include "window.h"
 
 namespace viewer {
 namespace {
-
-/// The main loop, ended by SIGINT and SIGTERM. Main thread only.
-class MainLoop {
- public:
-  MainLoop() {
-    for (const int signal : {SIGINT, SIGTERM}) g_unix_signal_add(signal, &OnSignal, this);
-  }
-  MainLoop(const MainLoop&) = delete;
-  MainLoop& operator=(const MainLoop&) = delete;
-  ~MainLoop() {
-    while (g_source_remove_by_user_data(this)) {
-    }
-  }
-
-  /// Returns when a signal has come, also when it came before.
-  void Run() const {
-    while (!stopped_) g_main_context_iteration(nullptr, TRUE);
-  }
-
- private:
-  static gboolean OnSignal(gpointer self) {
-    static_cast<MainLoop*>(self)->stopped_ = true;
-    return G_SOURCE_CONTINUE;
-  }
-
-  bool stopped_ = false;
-};
 
 int CannotListen(const Options& options, const char* reason) {
   std::fprintf(stderr, "kavrel-viewer: cannot listen as \"%s\": %s\n", options.app_id.c_str(),
@@ -67,23 +53,60 @@ void TellReady(const Options& options) {
   }
 }
 
-int Serve(const Options& options) {
+// Null, with a word to the person who started it, when there can be no plug-ins: everything else
+// works without them.
+std::unique_ptr<PluginHost> MakePluginHost(const Window& window, Television& television,
+                                           OperationLog& log) {
+  const std::string obstacle = PluginObstacle();
+  if (obstacle.empty()) return std::make_unique<PluginHost>(window, television, log);
+  std::fprintf(stderr, "kavrel-viewer: plug-ins are off: %s\n",
+               kavrel_programs::Printable(obstacle).c_str());
+  return nullptr;
+}
+
+void SaveScreenshot(const std::string& path, Screen& screen, const Window& window) {
+  if (path.empty()) return;
+  try {
+    screen.Draw();
+    WriteFile(path, EncodePng(window.Capture()));
+  } catch (const std::runtime_error& error) {
+    std::fprintf(stderr, "kavrel-viewer: --screenshot: %s\n", error.what());
+  }
+}
+
+// The viewer with its screen, from the moment at which clients can connect.
+int Show(const Options& options, Television& television, OperationLog& log) {
+  Window window(options.headless);
   MainLoop loop;
+  window.OnClose([&loop] { loop.Stop(); });
+  Screen screen(window, television);
+  const std::unique_ptr<PluginHost> plugins = MakePluginHost(window, television, log);
+  window.OnResize([&] {
+    screen.Invalidate();
+    if (plugins) plugins->PlaceWindows();
+  });
+  RemoteControl remote_control(plugins.get(), television, log);
+  const Keyboard keyboard(remote_control);
+  const ControlPort control(plugins.get(), remote_control, screen, window);
+  const StatePublisher publisher(television, window.number());
+  TellReady(options);
+  loop.Run(plugins != nullptr);
+  SaveScreenshot(options.screenshot, screen, window);
+  return kStopped;
+}
+
+int Serve(const Options& options) {
   Television television;
   OperationLog log(STDOUT_FILENO,
                    options.json ? OperationLog::Format::kJson : OperationLog::Format::kText);
   television.AddListener([&log](const Change& change) { log.AddEffect(change.text); });
-  std::unique_ptr<StatePublisher> publisher;
   stub::KavrelAppApi app_api;
   app_api.Listen(std::make_shared<ServiceFactory>(television, log));
   if (!IsReachable(options.app_id)) {
     return CannotListen(options, "clients cannot connect; the log tells why");
   }
   // Only now: the state of a viewer that serves already is not this one's to write.
-  publisher = std::make_unique<StatePublisher>(television);
-  TellReady(options);
-  loop.Run();
-  return kStopped;
+  return Show(options, television, log);
 }
 
 int Main(int argc, char** argv) {

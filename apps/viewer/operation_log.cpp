@@ -10,6 +10,11 @@ using nlohmann::ordered_json;
 
 constexpr std::size_t kMostElements = 8;
 
+// Clients may send any bytes; JSON holds UTF-8 only.
+std::string Dumped(const ordered_json& line) {
+  return line.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+}
+
 std::string TextOf(const ordered_json& value) {
   if (value.is_string()) return '"' + Printable(value.get_ref<const std::string&>()) + '"';
   if (!value.is_array()) return value.dump();
@@ -29,6 +34,19 @@ void OperationLog::Write(const Operation& operation) {
   effects_.clear();
 }
 
+void OperationLog::WriteEvent(const std::string& text, const std::string& event,
+                              const ordered_json& fields) {
+  if (format_ == Format::kText) {
+    writer_.Write(Printable(text) + Effects());
+  } else {
+    ordered_json line = {{"event", event}};
+    line.update(fields);
+    if (!effects_.empty()) line["effects"] = effects_;
+    writer_.Write(Dumped(line));
+  }
+  effects_.clear();
+}
+
 // #7 kavrelctl MoveSelectionWindowTo(9, 9) = true: selection window at 9,9, 960x540
 std::string OperationLog::TextLine(const Operation& operation) const {
   std::string line = '#' + std::to_string(sequence_) + ' ' + Printable(operation.sender) + ' ' +
@@ -42,12 +60,17 @@ std::string OperationLog::TextLine(const Operation& operation) const {
   if (!operation.result.is_null()) line += " = " + TextOf(operation.result);
   for (const auto& [name, value] : operation.values.items())
     line += ", " + name + ' ' + value.dump();
-  separator = ": ";
+  return line + Effects();
+}
+
+std::string OperationLog::Effects() const {
+  std::string text;
+  const char* separator = ": ";
   for (const std::string& effect : effects_) {
-    line += separator + Printable(effect);
+    text += separator + Printable(effect);
     separator = "; ";
   }
-  return line;
+  return text;
 }
 
 std::string OperationLog::JsonLine(const Operation& operation) const {
@@ -60,8 +83,7 @@ std::string OperationLog::JsonLine(const Operation& operation) const {
       {"result", operation.result},
       {"effects", effects_},
   };
-  // Clients may send any bytes; JSON holds UTF-8 only.
-  return line.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+  return Dumped(line);
 }
 
 }  // namespace viewer

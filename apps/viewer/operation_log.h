@@ -35,9 +35,15 @@ class OperationLog {
   /// a gap in the numbers tells that the reader was too slow.
   void Write(const Operation& operation);
 
+  /// Writes a line about something that no client of the remote interface asked for: `text` for
+  /// people, {"event":`event`, and the fields} for programs. Takes the effects, as Write() does.
+  void WriteEvent(const std::string& text, const std::string& event,
+                  const nlohmann::ordered_json& fields);
+
  private:
   std::string TextLine(const Operation& operation) const;
   std::string JsonLine(const Operation& operation) const;
+  std::string Effects() const;
 
   LineWriter writer_;
   Format format_;

@@ -10,25 +10,33 @@
 namespace viewer {
 namespace {
 
-constexpr const char* kFooter = R"(Serves the remote interface KavrelAppApi under its application id and writes one
-line for each operation that a client asks for. SIGINT and SIGTERM stop it.
+constexpr const char* kFooter =
+    R"(Serves the remote interface KavrelAppApi under its application id, is host of plug-ins
+and writes one line for each operation that a client asks for, and for what keys and
+plug-ins do. Opens a window where there is a display. SIGINT and SIGTERM stop it.
 
 Example:
   kavrel-viewer &
   kavrelctl call tune-channel 7 News DVB-T me
+  kavrel-plugin-panel --key XF86Red &
+  kavrelctl keys send XF86Red
+  kavrelctl screenshot picture.png
 
 Environment:
   KAVREL_APP_ID       application id when --app-id is not given
   KAVREL_RUNTIME_DIR  where clients find this viewer and its volatile state is kept
   KAVREL_STATE_DIR    where its durable state is kept
+  XDG_RUNTIME_DIR     where plug-ins' windows find it; private to its user
+  DBUS_SYSTEM_BUS_ADDRESS  the bus on which it meets plug-ins
 
 Exit codes: 0 stopped, 1 cannot listen, 2 wrong usage.)";
 
 }  // namespace
 
 std::variant<Options, int> ParseOptions(int argc, char** argv) {
-  Options options{KAVREL_VIEWER_APP_ID, false, std::nullopt};
-  CLI::App app("The reference viewer: a television without a screen, commanded over KavrelAppApi.",
+  Options options;
+  options.app_id = KAVREL_VIEWER_APP_ID;
+  CLI::App app("The reference viewer: a television commanded over KavrelAppApi, host of plug-ins.",
                "kavrel-viewer");
   app.footer(kFooter);
   app.get_formatter()->column_width(40);
@@ -43,6 +51,9 @@ std::variant<Options, int> ParseOptions(int argc, char** argv) {
                  "Write a newline to this descriptor and close it as soon as clients are served")
       ->type_name("FD")
       ->check(CLI::Validator(&kavrel_programs::ReadyFdMistake, ""));
+  app.add_flag("--headless", options.headless, "Open no window; also what happens without display");
+  app.add_option("--screenshot", options.screenshot, "Write a picture of the screen when it stops")
+      ->type_name("FILE");
   try {
     app.parse(argc, argv);
     return options;

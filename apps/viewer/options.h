@@ -13,6 +13,8 @@ struct Options {
   std::string app_id;
   bool json = false;
   std::optional<int> ready_fd;
+  bool headless = false;
+  std::string screenshot;  ///< file for a picture of the screen at the end; empty: none
 };
 
 /// The options, or the code to exit with: help was asked for, or a mistake has been explained on

@@ -12,9 +12,6 @@ namespace properties = kavrel::state::properties;
 
 namespace {
 
-// A viewer without a screen has no window.
-constexpr int kNoWindow = 0;
-
 template <class Condition>
 std::string NamesOf(const BannerBoard& banners, const Condition& condition) {
   std::string names;
@@ -29,9 +26,10 @@ std::string NamesOf(const BannerBoard& banners, const Condition& condition) {
 
 }  // namespace
 
-StatePublisher::StatePublisher(Television& television) : television_(television) {
+StatePublisher::StatePublisher(Television& television, int window_number)
+    : television_(television) {
   television.AddListener([this](const Change& /*change*/) { Publish(); });
-  OwnNumber(properties::window_id.key, kNoWindow);
+  OwnNumber(properties::window_id.key, window_number);
   Publish();
 }
 

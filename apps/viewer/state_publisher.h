@@ -15,8 +15,9 @@ namespace viewer {
 /// any more after its end.
 class StatePublisher {
  public:
-  /// Publishes everything at once, so that nothing of an earlier viewer is left.
-  explicit StatePublisher(Television& television);
+  /// Publishes everything at once, so that nothing of an earlier viewer is left. `window_number` is
+  /// 0 for a viewer without a window of its display's.
+  StatePublisher(Television& television, int window_number);
   StatePublisher(const StatePublisher&) = delete;
   StatePublisher& operator=(const StatePublisher&) = delete;
   /// Leaves word that no viewer runs any more: no banners, state "stopped".

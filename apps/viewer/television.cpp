@@ -99,6 +99,10 @@ void Television::TuneByVoice(const std::string& wanted) {
   TuneTo(known != nullptr ? *known : PlainChannel(wanted));
 }
 
+void Television::TuneNext(int step) {
+  TuneTo(ChannelAfter(channel_.number, step));
+}
+
 void Television::TuneTo(Channel channel) {
   if (channel.number.empty() && channel.service_id.empty()) {
     Refuse("no channel is named");

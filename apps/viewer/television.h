@@ -71,6 +71,8 @@ class Television {
   void TuneService(const std::string& service_id);
   /// `wanted` is a channel's name or number, as it was said.
   void TuneByVoice(const std::string& wanted);
+  /// The received channel `step` places after this one, in a circle.
+  void TuneNext(int step);
 
   /// Opens the picture-in-picture window on a channel; an empty number closes it.
   void TunePip(const std::string& number);

@@ -60,8 +60,11 @@ class Listener final : public IKeyInputListener,
  private:
   static void Connected(void* data) {
     auto& self = *static_cast<Listener*>(data);
-    self.plugin_->RegsiterKeyRepository(self.options_.keys);
-    self.plugin_->RegisterExclusiveKeyRepository(self.options_.exclusive_keys);
+    plugins::Options& wanted = self.options_;
+    if (wanted.keys.Size() > 0) self.plugin_->RegsiterKeyRepository(wanted.keys);
+    if (wanted.exclusive_keys.Size() > 0) {
+      self.plugin_->RegisterExclusiveKeyRepository(wanted.exclusive_keys);
+    }
     Say("connected");
   }
   static void Disconnected(void* /*data*/) { Say("disconnected"); }

@@ -1,0 +1,83 @@
+// How kavrelctl speaks with the reference viewer beside the remote interface: questions about
+// plug-ins, keys of the remote control, pictures of the screen. A port of its own, because the
+// remote interface is the same for every viewer.
+//
+// A request is one parcel: int32 command, then its arguments. The answer is one or more parcels
+// with the request's sequence number: int32 result, int32 number of parcels that follow, text. The
+// texts put together are the answer: JSON, a PNG in base 64, or why the request is refused.
+#pragma once
+
+#include <rpc-port.h>
+
+#include <optional>
+#include <string>
+#include <utility>
+
+namespace kavrel_programs {
+
+inline constexpr const char* kControlPort = "KavrelViewerControl";
+
+enum class ControlCommand { kPlugins = 1, kKey = 2, kScreenshot = 3 };
+
+/// The devices of IViewerHost::DispatchInput, and as people name them.
+inline constexpr const char* kKeyDevices[] = {"ir", "panel", "sr", "vr", "other"};
+inline constexpr int kKeyDeviceCount = 5;
+
+struct ControlRequest {
+  ControlCommand command = ControlCommand::kPlugins;
+  std::string key;        ///< of kKey
+  bool released = false;  ///< of kKey
+  int device = 0;         ///< of kKey
+};
+
+struct ControlReply {
+  bool done = false;
+  std::string text;
+};
+
+/// What is wrong with `text` as the name of a key; empty when nothing is.
+std::string KeyMistake(const std::string& text);
+
+/// Owns a parcel. One thread.
+class ControlParcel {
+ public:
+  explicit ControlParcel(rpc_port_parcel_h handle = nullptr) : handle_(handle) {}
+  ControlParcel(ControlParcel&& other) noexcept : handle_(std::exchange(other.handle_, nullptr)) {}
+  ControlParcel(const ControlParcel&) = delete;
+  ControlParcel& operator=(const ControlParcel&) = delete;
+  ~ControlParcel() {
+    if (handle_ != nullptr) rpc_port_parcel_destroy(handle_);
+  }
+
+  static ControlParcel Create();
+  /// Takes the next one; what it waits for is the port's business. Empty, and `error` negative,
+  /// when there is none.
+  static ControlParcel Take(rpc_port_h port, int& error);
+
+  rpc_port_parcel_h get() const { return handle_; }
+  explicit operator bool() const { return handle_ != nullptr; }
+
+  std::optional<int> ReadInt() const;
+  std::optional<bool> ReadBool() const;
+  std::optional<std::string> ReadText() const;
+  std::optional<int> Sequence() const;
+  bool SetSequence(int sequence) const;
+
+ private:
+  rpc_port_parcel_h handle_;
+};
+
+/// 0 and the sequence number, or a negative number.
+int SendControlRequest(rpc_port_h port, const ControlRequest& request, int& sequence);
+
+/// The request in a parcel that anybody may have sent, or nothing when it is none.
+std::optional<ControlRequest> DecodeControlRequest(const ControlParcel& parcel);
+
+/// False when it cannot be sent. An answer that is too large becomes a refusal.
+bool SendControlReply(rpc_port_h port, int sequence, const ControlReply& reply);
+
+/// Waits for the answer to the request of that number. Nothing, and `error` negative, when none
+/// comes or when what comes is not one.
+std::optional<ControlReply> ReadControlReply(rpc_port_h port, int sequence, int& error);
+
+}  // namespace kavrel_programs
