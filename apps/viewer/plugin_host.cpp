@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <optional>
 #include <stdexcept>
 
 #include "drawing.h"
@@ -35,6 +36,13 @@ void PlaceByLayer(Evas_Object* object, const Window& window) {
   for (const LayerPlace& place : kPlaces) {
     if (place.layer == evas_object_layer_get(object)) Place(object, place.area, window);
   }
+}
+
+// The layer on which the library puts the window of a plug-in of that type; nothing: where it is.
+std::optional<short> LayerOf(VIEWER_PLUGIN_TYPE type, const std::string& name) {
+  if (type == VIEWER_PLUGIN_LEAVES_LAYER_101) return 101;
+  if (type == VIEWER_PLUGIN_LEAVES_LAYER_4) return name == "hbbtv" ? 7 : 4;
+  return std::nullopt;
 }
 
 const IPluginList* ListOf(const IViewerHost* host) {
@@ -128,8 +136,7 @@ void PluginHost::WindowCame(const std::string& title) {
   if (object == nullptr) return;
   windows_.push_back(title);
   PlaceByLayer(object, window_);
-  const int layer = evas_object_layer_get(object);
-  Write(title, "window on layer " + std::to_string(layer), "window_added", {{"layer", layer}});
+  TellLayer(title, evas_object_layer_get(object));
 }
 
 void PluginHost::WindowWent(const std::string& title) {
@@ -146,12 +153,32 @@ void PluginHost::PlaceWindows() {
 void PluginHost::Show(const std::string& plugin, bool shown) {
   if (Evas_Object* const object = host_->GetPluginObject(plugin)) {
     shown ? evas_object_show(object) : evas_object_hide(object);
+    CorrectLayer(plugin, object);
   }
   Write(plugin, shown ? "shown" : "hidden", shown ? "shown" : "hidden");
   if (!shown) return;
   CMessage message;
   message.AddValue("state", state_.c_str());
   host_->SendMessage(plugin, message, 1);
+}
+
+// Windows and names travel on ways of their own. The library looks for a window's plug-in when the
+// window comes, and on a busy machine it may come before the plug-in's name does.
+void PluginHost::CorrectLayer(const std::string& name, Evas_Object* object) {
+  const IPluginList* const list = ListOf(host_);
+  if (list == nullptr) return;
+  for (const IPluginList::Plugin& plugin : list->Plugins()) {
+    if (plugin.name != name) continue;
+    const auto layer = LayerOf(plugin.type, name);
+    if (!layer || evas_object_layer_get(object) == *layer) return;
+    evas_object_layer_set(object, *layer);
+    PlaceByLayer(object, window_);
+    return TellLayer(name, *layer);
+  }
+}
+
+void PluginHost::TellLayer(const std::string& title, int layer) {
+  Write(title, "window on layer " + std::to_string(layer), "window_added", {{"layer", layer}});
 }
 
 void PluginHost::SetBanner(const std::string& plugin, const std::string& banner, bool enabled) {

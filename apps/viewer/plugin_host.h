@@ -53,6 +53,8 @@ class PluginHost {
   void WindowCame(const std::string& title);
   void WindowWent(const std::string& title);
   void Show(const std::string& plugin, bool shown);
+  void CorrectLayer(const std::string& name, Evas_Object* object);
+  void TellLayer(const std::string& title, int layer);
   void SetBanner(const std::string& plugin, const std::string& banner, bool enabled);
   void TellState();
   void Write(const std::string& plugin, const std::string& what, const std::string& event,

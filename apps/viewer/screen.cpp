@@ -24,13 +24,13 @@ Area PictureArea(int window_size) {
   return {(kWhole.width - width) / 2, (kWhole.height - height) / 2, width, height};
 }
 
-// Each channel a colour of its own, always the same.
+// Each channel that is received a colour of its own, always the same.
 unsigned ColourOf(const std::string& text) {
   constexpr std::array kColours = {0x1f4d3au, 0x3a2f5cu, 0x57402au, 0x24465cu,
                                    0x4f2f45u, 0x3f4a22u, 0x2a2f66u, 0x5c2f2fu};
   unsigned hash = 0;
-  for (const char c : text) hash = hash * 31 + static_cast<unsigned char>(c);
-  return kColours[hash % kColours.size()];
+  for (const char c : text) hash = hash * 1617 + static_cast<unsigned char>(c);
+  return kColours[(hash >> 8) % kColours.size()];
 }
 
 std::string PictureText(const Television& television) {
@@ -59,11 +59,11 @@ unsigned PictureColour(const Television& television) {
 std::string BannerText(const ShownBanner& shown, const Television& television) {
   std::string text(InfoOf(shown.banner).name);
   const char* separator = ": ";
+  if (shown.banner == Banner::kChannel) return text + separator + Describe(television.channel());
   for (const std::string& detail : shown.details) {
     text += separator + detail;
     separator = ", ";
   }
-  if (shown.banner == Banner::kChannel) text += separator + Describe(television.channel());
   return text;
 }
 

@@ -102,6 +102,7 @@ Picture Window::Capture() const {
   evas_object_resize(snapshot.get(), picture.width, picture.height);
   evas_object_show(snapshot.get());
   ecore_evas_manual_render(ecore_evas_ecore_evas_get(canvas()));
+  evas_sync(canvas());  // some engines draw in a thread of their own
   int width = 0;
   int height = 0;
   evas_object_image_size_get(snapshot.get(), &width, &height);

@@ -65,6 +65,10 @@ class Listener final : public IKeyInputListener,
     if (wanted.exclusive_keys.Size() > 0) {
       self.plugin_->RegisterExclusiveKeyRepository(wanted.exclusive_keys);
     }
+    // A message of its own; the viewer need not know what it means.
+    CMessage message;
+    message.AddValue("listening", wanted.name.c_str());
+    self.plugin_->SendMessage(message, 1);
     Say("connected");
   }
   static void Disconnected(void* /*data*/) { Say("disconnected"); }
