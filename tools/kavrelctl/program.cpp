@@ -8,6 +8,7 @@
 
 #include "bus_commands.h"
 #include "command_line.h"
+#include "control_commands.h"
 #include "edit_distance.h"
 #include "log_tap.h"
 #include "method_commands.h"
@@ -47,6 +48,9 @@ void Build(CommandLine& line) {
   AddGetCommand(line);
   AddSetCommand(line);
   AddWatchCommand(line);
+  AddKeysCommand(line);
+  AddPluginsCommand(line);
+  AddScreenshotCommand(line);
   AddBusCommand(line);
   AddCompletionCommand(line);
   AddManCommand(line);

@@ -20,6 +20,9 @@ inline constexpr std::array kExamples = {
     Explained{"kavrelctl call tune-channel --help", "what a method takes"},
     Explained{"kavrelctl get --all", "the viewer's state"},
     Explained{"kavrelctl watch", "its changes, as they happen"},
+    Explained{"kavrelctl plugins", "the viewer's plug-ins"},
+    Explained{"kavrelctl keys send XF86Red", "press a key of the remote control"},
+    Explained{"kavrelctl screenshot picture.png", "what the viewer shows"},
     Explained{"kavrelctl bus", "what hosts and plug-ins say to each other"},
 };
 
