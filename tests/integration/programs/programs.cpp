@@ -22,6 +22,12 @@ ChildOptions Programs::Options(const char* program,
                          {"KAVREL_RPC_TIMEOUT_MS", std::nullopt},
                          {"KAVREL_APP_ID", std::nullopt},
                          {"KAVREL_LOG", std::nullopt},
+                         {"DBUS_SYSTEM_BUS_ADDRESS", bus_address_},
+                         {"XDG_RUNTIME_DIR", directory_.path()},
+                         {"HOME", directory_.path()},
+                         {"DISPLAY", std::nullopt},
+                         {"WAYLAND_DISPLAY", std::nullopt},
+                         {"EINA_LOG_BACKTRACE", "0"},
                          {"KAVRELCTL", KAVRELCTL_PROGRAM},
                          {"VIEWER", KAVREL_VIEWER_PROGRAM}};
   return options;

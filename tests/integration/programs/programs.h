@@ -37,6 +37,8 @@ class Programs : public ::testing::Test {
   ChildOptions Options(const char* program, const std::vector<std::string>& arguments) const;
 
   TemporaryDirectory directory_;
+  /// Where programs look for the system bus; there is none unless a test starts one.
+  std::string bus_address_ = "unix:path=" + directory_.Path("no-bus");
 };
 
 /// Waits for the end of a program that was started.

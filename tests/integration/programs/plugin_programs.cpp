@@ -1,0 +1,86 @@
+#include "plugin_programs.h"
+
+#include <png.h>
+
+#include <stdexcept>
+
+namespace kavrel_test {
+
+Pixels::Pixels(const std::string& file) {
+  png_image image{};
+  image.version = PNG_IMAGE_VERSION;
+  if (png_image_begin_read_from_file(&image, file.c_str()) == 0) {
+    throw std::runtime_error(file + ": " + image.message);
+  }
+  image.format = PNG_FORMAT_RGB;
+  bytes_.resize(PNG_IMAGE_SIZE(image));
+  if (png_image_finish_read(&image, nullptr, bytes_.data(), 0, nullptr) == 0) {
+    throw std::runtime_error(file + ": " + image.message);
+  }
+  width_ = static_cast<int>(image.width);
+  height_ = static_cast<int>(image.height);
+}
+
+unsigned Pixels::At(int x, int y) const {
+  const auto place = 3 * static_cast<std::size_t>(y * width_ + x);
+  return static_cast<unsigned>(bytes_.at(place) << 16 | bytes_.at(place + 1) << 8 |
+                               bytes_.at(place + 2));
+}
+
+void Expect(ChildProcess& process, const std::string& line) {
+  EXPECT_TRUE(process.WaitForLine(line)) << "no \"" << line << "\" in\n"
+                                         << process.output() << process.errors();
+}
+
+std::unique_ptr<ChildProcess> PluginPrograms::StartPanel(
+    ChildProcess& viewer, const std::string& name, const std::string& type,
+    const std::string& colour, const std::vector<std::string>& more) const {
+  std::vector<std::string> arguments = {"--name", name, "--type", type, "--colour", colour};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  auto plugin = std::make_unique<ChildProcess>(Options(KAVREL_PANEL_PROGRAM, arguments));
+  // Channel and window come up each in its own time. What is asked for after the keys comes after
+  // them.
+  const std::string prefix = "plug-in " + name + ": ";
+  const auto has_said = [&](const char* what) {
+    return viewer.output().find(prefix + what) != std::string::npos;
+  };
+  while (!has_said("shown\n") || !has_said("window on layer")) {
+    if (viewer.WaitForLine(prefix)) continue;
+    ADD_FAILURE() << viewer.output() << viewer.errors() << plugin->errors();
+    break;
+  }
+  return plugin;
+}
+
+std::unique_ptr<ChildProcess> PluginPrograms::StartListener(
+    ChildProcess& viewer, const std::string& name, const std::vector<std::string>& more) const {
+  std::vector<std::string> arguments = {"--name", name};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  auto plugin = std::make_unique<ChildProcess>(Options(KAVREL_LISTENER_PROGRAM, arguments));
+  Expect(viewer, "plug-in " + name + ": says listening=" + name);
+  return plugin;
+}
+
+nlohmann::json PluginPrograms::SendKey(const std::string& key,
+                                       const std::vector<std::string>& more) const {
+  std::vector<std::string> arguments = {"keys", "send", key, "--json"};
+  arguments.insert(arguments.end(), more.begin(), more.end());
+  const Outcome outcome = Tool(arguments);
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.errors;
+  return nlohmann::json::parse(outcome.output, nullptr, false);
+}
+
+nlohmann::json PluginPrograms::ListPlugins() const {
+  const Outcome outcome = Tool({"plugins", "--json"});
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.errors;
+  return nlohmann::json::parse(outcome.output, nullptr, false);
+}
+
+Pixels PluginPrograms::Screenshot() const {
+  const std::string file = directory_.Path("screen.png");
+  const Outcome outcome = Tool({"screenshot", file});
+  EXPECT_EQ(outcome.exit_code, 0) << outcome.errors;
+  return Pixels(file);
+}
+
+}  // namespace kavrel_test
