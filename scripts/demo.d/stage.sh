@@ -70,7 +70,8 @@ await_ready() {
 build_programs() {
   cmake --preset release -B build/demo -DKAVREL_BUILD_BENCH=OFF >"$stage/configure.log" ||
     fail "configuring failed" "$stage/configure.log"
-  cmake --build build/demo --target kavrel-viewer kavrelctl kavrel-channel-end >"$stage/build.log" ||
+  cmake --build build/demo --target kavrel-viewer kavrelctl kavrel-channel-end \
+    kavrel-plugin-panel kavrel-plugin-listener >"$stage/build.log" ||
     fail "building failed" "$stage/build.log"
   say "built into build/demo/bin"
 }
