@@ -46,6 +46,12 @@ class Panel final : public IKeyInputListener, public IViewerStateChangeListener 
   }
 
   bool OnKeyPressed(const std::string& key, int /*device*/) override {
+    window_.ShowKey(key + " pressed");
+    Say("pressed " + key);
+    return true;
+  }
+  // What a key does, it does here: a press that comes late is dropped, a release never.
+  bool OnKeyReleased(const std::string& key, int /*device*/) override {
     if (key == "XF86Back") {
       plugin_->ClearExclusiveKeyRepository();
       plugin_->Hide();
@@ -53,11 +59,6 @@ class Panel final : public IKeyInputListener, public IViewerStateChangeListener 
       plugin_->RegisterExclusiveKeyRepository(options_.exclusive_keys);
       plugin_->Show();
     }
-    window_.ShowKey(key + " pressed");
-    Say("pressed " + key);
-    return true;
-  }
-  bool OnKeyReleased(const std::string& key, int /*device*/) override {
     window_.ShowKey(key + " released");
     Say("released " + key);
     return true;

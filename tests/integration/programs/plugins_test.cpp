@@ -8,6 +8,8 @@ namespace {
 using nlohmann::json;
 using ::testing::HasSubstr;
 
+// A press that takes more than a second is dropped, as on a busy machine: whether a key arrives is
+// looked for in its release.
 class Plugins : public PluginPrograms {};
 
 TEST_F(Plugins, GetTheKeysThatTheyWant) {
@@ -16,21 +18,22 @@ TEST_F(Plugins, GetTheKeysThatTheyWant) {
   const auto second = StartListener(*viewer, "second", {"--key", "XF86Green", "--key", "XF86Red"});
   EXPECT_EQ(SendKey("XF86Green"), json::parse(R"({"key":"XF86Green","type":"pressed",
       "taken_by":"plugin","plugin":"first","exclusive":false})"));
-  Expect(*first, "pressed XF86Green");
+  SendKey("XF86Green", {"--release"});
+  Expect(*first, "released XF86Green");
   EXPECT_EQ(SendKey("XF86Red", {"--release", "--device", "panel"})["plugin"], "second");
   Expect(*second, "released XF86Red");
   EXPECT_EQ(SendKey("XF86Yellow")["taken_by"], "nobody");
-  EXPECT_EQ(second->output().find("pressed"), std::string::npos);
+  EXPECT_EQ(second->output().find("XF86Green"), std::string::npos);
 }
 
 TEST_F(Plugins, GiveAnExclusiveKeyToTheLatestAndBack) {
   const auto viewer = StartViewer();
   const auto first = StartListener(*viewer, "first", {"--exclusive", "XF86Blue"});
   const auto second = StartListener(*viewer, "second", {"--exclusive", "XF86Blue"});
-  json taken = SendKey("XF86Blue");
+  json taken = SendKey("XF86Blue", {"--release"});
   EXPECT_EQ(taken["plugin"], "second");
   EXPECT_EQ(taken["exclusive"], true);
-  Expect(*second, "pressed XF86Blue");
+  Expect(*second, "released XF86Blue");
   EXPECT_EQ(Tool({"plugins"}).output,
             "NAME    TYPE  LAYER  CONNECTED  KEYS  EXCLUSIVE\n"
             "first   4     -      yes        -     (XF86Blue)\n"
@@ -38,10 +41,10 @@ TEST_F(Plugins, GiveAnExclusiveKeyToTheLatestAndBack) {
   second->Signal(SIGTERM);
   EXPECT_EQ(OutcomeOf(*second).exit_code, 0);
   Expect(*viewer, "plug-in second: says clear_exclusive_key");
-  taken = SendKey("XF86Blue");
+  taken = SendKey("XF86Blue", {"--release"});
   EXPECT_EQ(taken["plugin"], "first");
   EXPECT_EQ(taken["exclusive"], true);
-  Expect(*first, "pressed XF86Blue");
+  Expect(*first, "released XF86Blue");
   EXPECT_EQ(Tool({"keys", "send", "XF86Blue"}).output, "taken by plug-in first, exclusively\n");
 }
 
@@ -70,8 +73,8 @@ TEST_F(Plugins, AreMissedAndTheViewerGoesOn) {
   const auto listener = StartListener(*viewer, "listener", {"--key", "XF86Green"});
   panel->Kill();
   Expect(*viewer, "plug-in hbbtv: window gone");
-  EXPECT_EQ(SendKey("XF86Green")["plugin"], "listener");
-  Expect(*listener, "pressed XF86Green");
+  EXPECT_EQ(SendKey("XF86Green", {"--release"})["plugin"], "listener");
+  Expect(*listener, "released XF86Green");
   EXPECT_EQ(Tool({"call", "get-window-size"}).exit_code, 0);
   EXPECT_EQ(ListPlugins()[0]["layer"], nullptr);
 }
@@ -84,8 +87,8 @@ TEST_F(Plugins, ComeBackToARestartedViewer) {
   Expect(*listener, "disconnected");
   viewer = StartViewer();
   Expect(*viewer, "plug-in listener: says listening=listener");
-  EXPECT_EQ(SendKey("XF86Green")["plugin"], "listener");
-  Expect(*listener, "pressed XF86Green");
+  EXPECT_EQ(SendKey("XF86Green", {"--release"})["plugin"], "listener");
+  Expect(*listener, "released XF86Green");
 }
 
 TEST_F(Plugins, BelongToTheFirstViewerOfABus) {

@@ -66,11 +66,11 @@ TEST_F(Screen, ComposesPluginsOnTheirLayers) {
   EXPECT_EQ(pixels.At(1000, 270), kLayer101);  // above layer 7
   EXPECT_EQ(pixels.At(700, 100), kPopup);      // the viewer's pop-up, above layer 4
   EXPECT_EQ(pixels.At(1200, 100), kLayer101);  // above the viewer's pop-up
-  SendKey("XF86Back");
+  SendKey("XF86Back", {"--release"});
   Expect(*viewer_, "plug-in hbbtv: hidden");
   EXPECT_EQ(Screenshot().At(700, 440), kLayer4);
   EXPECT_EQ(ListPlugins()[0]["visible"], false);
-  SendKey("XF86Menu");
+  SendKey("XF86Menu", {"--release"});
   Expect(*viewer_, "plug-in hbbtv: shown");
   EXPECT_EQ(Screenshot().At(700, 440), kLayer7);
   broadcast->Kill();
