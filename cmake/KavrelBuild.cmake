@@ -40,6 +40,11 @@ else()
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()
 
+# Tests are built to run once or twice: compiled quickly rather than well, with what a stack trace
+# needs.
+add_library(kavrel_test_options INTERFACE)
+target_compile_options(kavrel_test_options INTERFACE -g1 $<$<NOT:$<CONFIG:Debug>>:-O1>)
+
 # kavrel_test(<name> SOURCES <file>... [LIBRARIES <target>...] [COST <seconds>]): one GoogleTest
 # program. Every test case becomes one CTest test, so that they run in parallel; each makes its own
 # runtime directory. Tests of the highest cost are started first.
@@ -50,7 +55,8 @@ function(kavrel_test name)
   endif()
   add_executable(${name} ${ARG_SOURCES})
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
-  target_link_libraries(${name} PRIVATE kavrel_build_options ${ARG_LIBRARIES} GTest::gmock GTest::gtest_main)
+  target_link_libraries(${name} PRIVATE kavrel_build_options kavrel_test_options ${ARG_LIBRARIES}
+    GTest::gmock GTest::gtest_main)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     PROPERTIES TIMEOUT 120 COST ${ARG_COST}
       ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/foreign_leaks.supp:print_suppressions=0"
