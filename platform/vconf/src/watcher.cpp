@@ -45,15 +45,21 @@ struct WatcherSource {
   std::shared_ptr<Watcher>* watcher;
 };
 
+// A callback may run the main context itself, within which nothing is to be delivered. GLib would
+// see to that by taking the descriptor out of the poll set for every delivery and waking itself up
+// twice: four system calls more than the delivery takes. So GLib is told that this source may be
+// called within itself, and the descriptor is taken out only when that really happens.
 gboolean DispatchSource(GSource* source, GSourceFunc, gpointer) {
   const std::shared_ptr<Watcher> watcher = *reinterpret_cast<WatcherSource*>(source)->watcher;
   if (watcher->IsInherited()) return G_SOURCE_REMOVE;
+  if (!watcher->BeginDelivery()) return G_SOURCE_CONTINUE;
   try {
     watcher->Dispatch();
   } catch (const std::exception& error) {
     VCONF_LOG_ERROR("a delivery failed: %s", error.what());
     watcher->LookAgainLater();
   }
+  watcher->EndDelivery();
   return G_SOURCE_CONTINUE;
 }
 
@@ -97,14 +103,39 @@ void Watcher::Attach() {
   source_ = g_source_new(&source_functions, sizeof(WatcherSource));
   reinterpret_cast<WatcherSource*>(source_)->watcher = self.release();
   g_source_set_static_name(source_, "vconf");
-  if (listener_->fd() >= 0) g_source_add_unix_fd(source_, listener_->fd(), G_IO_IN);
+  g_source_set_can_recurse(source_, TRUE);
+  Unmute();
   g_source_attach(source_, context_.get());
+}
+
+void Watcher::Mute() {
+  if (poll_tag_ != nullptr) g_source_remove_unix_fd(source_, std::exchange(poll_tag_, nullptr));
+  g_source_set_ready_time(source_, -1);
+}
+
+void Watcher::Unmute() {
+  if (poll_tag_ != nullptr || listener_->fd() < 0) return;
+  poll_tag_ = g_source_add_unix_fd(source_, listener_->fd(), G_IO_IN);
+}
+
+bool Watcher::BeginDelivery() {
+  const std::lock_guard lock(*mutex_);
+  if (!is_delivering_) return is_delivering_ = true;
+  if (source_ != nullptr) Mute();
+  return false;
+}
+
+void Watcher::EndDelivery() {
+  const std::lock_guard lock(*mutex_);
+  is_delivering_ = false;
+  if (source_ != nullptr) Unmute();
 }
 
 std::unique_ptr<WakeListener> Watcher::Detach() {
   if (source_ != nullptr) {
     g_source_destroy(source_);
     g_source_unref(std::exchange(source_, nullptr));
+    poll_tag_ = nullptr;
   }
   return std::move(listener_);
 }
@@ -138,9 +169,7 @@ WakeListener::Reach Watcher::Listen(Family family) {
     VCONF_LOG_WARNING("cannot listen to %s fully (%s): looking every %d ms", path.c_str(),
                       std::strerror(errno), static_cast<int>(PollInterval(reach) / 1000));
   }
-  if (!was_open && listener_->fd() >= 0 && source_ != nullptr) {
-    g_source_add_unix_fd(source_, listener_->fd(), G_IO_IN);
-  }
+  if (!was_open && source_ != nullptr) Unmute();
   return reach;
 }
 

@@ -55,6 +55,9 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
   bool IsEmpty() const { return keys_->empty(); }
 
   /// The functions below are called by the main context, without the mutex.
+  /// False within a delivery, when a callback runs the main context.
+  bool BeginDelivery();
+  void EndDelivery();
   void Dispatch();
   /// After a Dispatch that ended with an exception.
   void LookAgainLater();
@@ -79,6 +82,8 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
 
   Watched& WatchedOf(Family family) { return watched_[family == Family::kMemory ? 0 : 1]; }
   void Attach();
+  void Mute();
+  void Unmute();
   int Begin(Family family);
   WakeListener::Reach Listen(Family family);
   void TakeEvents();
@@ -94,6 +99,8 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
   Service* const service_;
   std::mutex* const mutex_;
   GSource* source_ = nullptr;
+  void* poll_tag_ = nullptr;  // null: the listener's descriptor is not polled
+  bool is_delivering_ = false;
   bool look_failed_ = false;
   // Held, lest another context get its address while registrations for this one exist.
   const ContextPointer context_;

@@ -337,6 +337,25 @@ TEST_F(Reentrancy, ACallbackMaySetTheSameKey) {
   EXPECT_TRUE(loop_.RunUntil([&] { return ToldOf(0, 5) && ToldOf(1, 5) && ToldOf(2, 5); }));
 }
 
+// Nothing is delivered in the callback's own loop, which comes to rest all the same: what happened
+// meanwhile does not keep it busy.
+TEST_F(Reentrancy, ACallbackMayRunItsContext) {
+  bool is_inside = false;
+  Run(0, [&] {
+    is_inside = true;
+    EXPECT_EQ(vconf_set_int(kKey, 7), 0);
+    int third = 0;
+    EXPECT_EQ(vconf_notify_key_changed("memory/kavrel_test/third", Count, &third), 0);
+    EXPECT_EQ(vconf_set_int("memory/kavrel_test/third", 1), 0);
+    loop_.RunReady();
+    EXPECT_FALSE(ToldOf(0, 7) || ToldOf(1, 7) || ToldOf(2, 7));
+    EXPECT_EQ(third, 0);
+    EXPECT_EQ(vconf_ignore_key_changed("memory/kavrel_test/third", Count), 0);
+  });
+  EXPECT_TRUE(is_inside);
+  EXPECT_TRUE(loop_.RunUntil([&] { return ToldOf(0, 7) && ToldOf(1, 7) && ToldOf(2, 7); }));
+}
+
 TEST_F(Reentrancy, ACallbackMaySetRemoveAndAddOtherKeys) {
   int others = 0;
   ASSERT_EQ(vconf_notify_key_changed(kOther, Count, &others), 0);
