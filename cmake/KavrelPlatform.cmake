@@ -34,7 +34,7 @@ endfunction()
 # kavrel_system_platform(<service>...): Platform::<service> from the system's own libraries.
 function(kavrel_system_platform)
   foreach(service IN LISTS ARGN)
-    pkg_check_modules(PLATFORM_${service} REQUIRED IMPORTED_TARGET ${service})
+    pkg_check_modules(PLATFORM_${service} REQUIRED IMPORTED_TARGET GLOBAL ${service})
     add_library(Platform::${service} ALIAS PkgConfig::PLATFORM_${service})
   endforeach()
 endfunction()
