@@ -86,7 +86,9 @@ TEST_F(Plugins, ComeBackToARestartedViewer) {
   viewer->Kill();
   Expect(*listener, "disconnected");
   viewer = StartViewer();
-  Expect(*viewer, "plug-in listener: says listening=listener");
+  // It may have come back while the viewer was still saying that it serves.
+  const std::string back = "plug-in listener: says listening=listener";
+  if (viewer->output().find(back) == std::string::npos) Expect(*viewer, back);
   EXPECT_EQ(SendKey("XF86Green", {"--release"})["plugin"], "listener");
   Expect(*listener, "released XF86Green");
 }
