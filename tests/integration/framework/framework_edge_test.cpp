@@ -72,8 +72,7 @@ TEST_F(FrameworkEdgeTest, SecondWindowOfATitleIsNotListed) {
   const auto host = MakeTalkativeHost();
   host->Tell("window clock");
   EXPECT_SAYS(*host, "window clock none");
-  const auto plugin = MakePlugin(*host, {"clock", "5", "window=ff0000"});
-  EXPECT_SAYS(*host, "told: plugin_add=clock");
+  const auto plugin = MakeWindow(*host, "clock", "5", "ff0000");
   plugin->Tell("window 00ff00");
   EXPECT_TRUE(Logs(*host, "object has exist"));
   plugin->Tell("close");  // the second one

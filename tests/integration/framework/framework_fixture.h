@@ -130,6 +130,16 @@ class FrameworkTest : public testing::Test {
     return plugin;
   }
 
+  /// One with a window that opened it when the host knew the plug-in: the two take different ways,
+  /// and a window that comes before its plug-in keeps the layer that it has.
+  ProgramPointer MakeWindow(Program& host, const std::string& name, const std::string& type,
+                            const std::string& color) const {
+    auto plugin = MakePlugin(host, {name, type});
+    plugin->Tell("window " + color);
+    EXPECT_SAYS(host, "told: plugin_add=" + name);
+    return plugin;
+  }
+
   /// The viewer presses the key, and the plug-in gets it.
   static void ExpectKey(Program& host, const std::string& key, Program& plugin) {
     host.Tell("key " + key);

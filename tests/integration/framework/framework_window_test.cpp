@@ -57,15 +57,11 @@ TEST_F(FrameworkWindowTest, IsTheViewersBesideAnXServer) {
 
 TEST_F(FrameworkWindowTest, LiesOnTheLayerOfItsType) {
   const auto host = MakeHost();
-  const auto top = MakePlugin(*host, {"top", "6", "window=0000ff"});
-  EXPECT_SAYS(*host, "told: plugin_add=top");
+  const auto top = MakeWindow(*host, "top", "6", "0000ff");
   ExpectPixel(*host, 100, 100, kBlue);
-  const auto broadcast = MakePlugin(*host, {"hbbtv", "5", "window=ff0000"});
-  const auto middle = MakePlugin(*host, {"guide", "5", "window=00ff00"});
-  const auto low = MakePlugin(*host, {"low", "4", "window=ffffff"});
-  for (const char* title : {"hbbtv", "guide", "low"}) {
-    EXPECT_SAYS(*host, std::string("told: plugin_add=") + title);
-  }
+  const auto broadcast = MakeWindow(*host, "hbbtv", "5", "ff0000");
+  const auto middle = MakeWindow(*host, "guide", "5", "00ff00");
+  const auto low = MakeWindow(*host, "low", "4", "ffffff");
   const std::pair<const char*, const char*> layers[] = {
       {"top", "101"}, {"hbbtv", "7"}, {"guide", "4"}, {"low", "0"}};
   for (const auto& [title, layer] : layers) {
@@ -87,12 +83,9 @@ TEST_F(FrameworkWindowTest, LiesOnTheLayerOfItsType) {
 
 TEST_F(FrameworkWindowTest, IsSeenUntilItIsHiddenClosedOrItsPluginDies) {
   const auto host = MakeHost();
-  const auto low = MakePlugin(*host, {"low", "4", "window=ffffff"});
-  EXPECT_SAYS(*host, "told: plugin_add=low");
-  const auto middle = MakePlugin(*host, {"guide", "5", "window=00ff00"});
-  EXPECT_SAYS(*host, "told: plugin_add=guide");
-  const auto top = MakePlugin(*host, {"top", "6", "window=0000ff"});
-  EXPECT_SAYS(*host, "told: plugin_add=top");
+  const auto low = MakeWindow(*host, "low", "4", "ffffff");
+  const auto middle = MakeWindow(*host, "guide", "5", "00ff00");
+  const auto top = MakeWindow(*host, "top", "6", "0000ff");
   ExpectPixel(*host, 100, 100, kBlue);
   top->process().Kill();
   EXPECT_SAYS(*host, "told: plugin_remove=top");
@@ -110,8 +103,7 @@ TEST_F(FrameworkWindowTest, IsSeenUntilItIsHiddenClosedOrItsPluginDies) {
 
 TEST_F(FrameworkWindowTest, OpensAgainAfterItWasClosed) {
   const auto host = MakeHost();
-  const auto plugin = MakePlugin(*host, {"clock", "5", "window=ff0000"});
-  EXPECT_SAYS(*host, "told: plugin_add=clock");
+  const auto plugin = MakeWindow(*host, "clock", "5", "ff0000");
   plugin->Tell("close");
   EXPECT_SAYS(*host, "told: plugin_remove=clock");
   plugin->Tell("window 00ff00");
