@@ -28,6 +28,7 @@ ChildOptions Programs::Options(const char* program,
                          {"DISPLAY", std::nullopt},
                          {"WAYLAND_DISPLAY", std::nullopt},
                          {"EINA_LOG_BACKTRACE", "0"},
+                         {"LSAN_OPTIONS", KAVREL_EFL_LEAKS},
                          {"KAVRELCTL", KAVRELCTL_PROGRAM},
                          {"VIEWER", KAVREL_VIEWER_PROGRAM}};
   return options;
