@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "failing_allocations.h"
+
 namespace kavrel_test {
 
 void StubTest::Listen() {
@@ -17,7 +19,11 @@ void StubTest::ConnectClient() {
 }
 
 int StubTest::Request(const Items& items) {
-  return rpc_.RaiseRequest("client", "i1", {"1.9.1", kRequestSequence, items});
+  const auto content = [&]() -> ParcelContent {
+    const FakeAtWork at_work;  // what the request is made of may not fail to be there
+    return {"1.9.1", kRequestSequence, items};
+  };
+  return rpc_.RaiseRequest("client", "i1", content());
 }
 
 std::vector<std::string> WithoutReads(std::vector<std::string> timeline) {
