@@ -18,7 +18,7 @@ namespace {
 // Finding more changes than this at one look means being outrun.
 constexpr std::uint64_t kManyChanges = 8;
 constexpr std::int64_t kShortestPauseUs = 1000;
-constexpr std::int64_t kLongestPauseUs = 4000;
+constexpr std::int64_t kLongestPauseUs = 7000;
 
 constexpr std::int64_t kRetryUs = 100'000;
 
