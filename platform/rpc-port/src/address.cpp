@@ -43,8 +43,8 @@ std::string RpcDirectory() {
 struct sockaddr_un DescriptorAddress(int descriptor, const char* name_below) {
   struct sockaddr_un address {};
   address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d%s%s", descriptor,
-                *name_below != '\0' ? "/" : "", name_below);
+  (void)std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d%s%s", descriptor,
+                      *name_below != '\0' ? "/" : "", name_below);
   return address;
 }
 

@@ -8,9 +8,9 @@ namespace kavrel_rpc {
 
 inline constexpr std::size_t kMaxNameLength = 64;
 inline constexpr std::size_t kMaxTagLength = 255;
-inline constexpr std::size_t kMaxFrameSize = 1024 * 1024;
+inline constexpr std::size_t kMaxFrameSize = std::size_t{1024} * 1024;
 /// What a service keeps for a client that does not read.
-inline constexpr std::size_t kMaxOutboxSize = 4 * 1024 * 1024;
+inline constexpr std::size_t kMaxOutboxSize = 4 * kMaxFrameSize;
 /// Sockets that have been accepted and have not said yet what they are.
 inline constexpr std::size_t kMaxGuests = 256;
 /// Requests of one client that are delivered before another client's turn.

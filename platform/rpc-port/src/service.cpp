@@ -12,7 +12,7 @@
 namespace kavrel_rpc {
 namespace {
 
-constexpr std::size_t kPassingSize = 64 * 1024;
+constexpr std::size_t kPassingSize = std::size_t{64} * 1024;
 
 // Not to be guessed: it is what joins the second socket to the first.
 std::string MakeInstanceId() {
@@ -21,8 +21,9 @@ std::string MakeInstanceId() {
     throw std::system_error(errno, std::generic_category(), "getrandom");
   }
   char text[40];
-  std::snprintf(text, sizeof text, "%016llx%016llx", static_cast<unsigned long long>(random[0]),
-                static_cast<unsigned long long>(random[1]));
+  (void)std::snprintf(text, sizeof text, "%016llx%016llx",
+                      static_cast<unsigned long long>(random[0]),
+                      static_cast<unsigned long long>(random[1]));
   return text;
 }
 
