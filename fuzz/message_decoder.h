@@ -7,7 +7,7 @@
 namespace kavrel_fuzz {
 
 /// Decodes `data` both ways. What decodes must encode again, to the same pairs, or be too large to
-/// be sent; aborts otherwise.
-void DecodeMessage(const std::uint8_t* data, std::size_t size);
+/// be sent; aborts otherwise. Whether it is a message off the bus that decodes.
+bool DecodeMessage(const std::uint8_t* data, std::size_t size);
 
 }  // namespace kavrel_fuzz

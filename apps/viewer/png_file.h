@@ -1,4 +1,4 @@
-// Pictures as PNG.
+// Pictures as PNG, and writing them to files.
 #pragma once
 
 #include <string>

@@ -6,7 +6,7 @@ using nlohmann::ordered_json;
 
 namespace {
 
-bool IsDigit(const std::string& key) {
+bool IsChannelDigit(const std::string& key) {
   return key.size() == 1 && key[0] >= '1' && key[0] <= '9';
 }
 
@@ -51,7 +51,7 @@ RemoteControl::Outcome RemoteControl::Handle(const std::string& key, PluginHost:
 
 // What the television itself does with a key that no plug-in wants.
 bool RemoteControl::Use(const std::string& key) {
-  if (IsDigit(key)) {
+  if (IsChannelDigit(key)) {
     television_.Tune(key, "", "");
   } else if (key == "XF86ChannelUp" || key == "XF86ChannelDown") {
     television_.TuneNext(key == "XF86ChannelUp" ? 1 : -1);

@@ -72,7 +72,7 @@ std::string BannerText(const ShownBanner& shown, const Television& television) {
 Screen::Screen(const Window& window, Television& television)
     : television_(television), picture_(window, kPictureLayer), banners_(window, kBannerLayer) {
   television.AddListener([this](const Change& /*change*/) { Invalidate(); });
-  DrawLater(this);
+  DrawAll(this);
 }
 
 Screen::~Screen() {
@@ -80,16 +80,16 @@ Screen::~Screen() {
 }
 
 void Screen::Invalidate() {
-  if (job_ == nullptr) job_ = ecore_job_add(&Screen::DrawLater, this);
+  if (job_ == nullptr) job_ = ecore_job_add(&Screen::DrawAll, this);
 }
 
 void Screen::Draw() {
   if (job_ == nullptr) return;
   ecore_job_del(job_);
-  DrawLater(this);
+  DrawAll(this);
 }
 
-void Screen::DrawLater(void* self) {
+void Screen::DrawAll(void* self) {
   auto& screen = *static_cast<Screen*>(self);
   screen.job_ = nullptr;
   try {

@@ -29,7 +29,7 @@ class Screen {
   void Draw();
 
  private:
-  static void DrawLater(void* self);
+  static void DrawAll(void* self);
 
   void DrawPicture();
   void DrawPip();

@@ -9,7 +9,7 @@ namespace {
 
 constexpr guint kPatienceSeconds = 2;
 // The name under which the library's host serves plug-ins.
-constexpr const char* kHostName = "org.zarnet.kavrel.auxiliary";
+constexpr const char* kAuxiliaryName = "org.zarnet.kavrel.auxiliary";
 
 struct Unref {
   void operator()(gpointer object) const { g_object_unref(object); }
@@ -60,9 +60,10 @@ class Question {
     // A viewer goes on when the bus ends.
     g_dbus_connection_set_exit_on_close(question.bus_.get(), FALSE);
     g_dbus_connection_call(question.bus_.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                           "org.freedesktop.DBus", "NameHasOwner", g_variant_new("(s)", kHostName),
-                           G_VARIANT_TYPE("(b)"), G_DBUS_CALL_FLAGS_NONE, -1,
-                           question.cancellable_.get(), &Question::HaveAnswer, self);
+                           "org.freedesktop.DBus", "NameHasOwner",
+                           g_variant_new("(s)", kAuxiliaryName), G_VARIANT_TYPE("(b)"),
+                           G_DBUS_CALL_FLAGS_NONE, -1, question.cancellable_.get(),
+                           &Question::HaveAnswer, self);
   }
 
   static void HaveAnswer(GObject* /*source*/, GAsyncResult* result, gpointer self) {

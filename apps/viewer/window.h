@@ -35,7 +35,6 @@ class Window {
   Evas* canvas() const;
   int width() const;
   int height() const;
-  bool is_headless() const { return headless_; }
   /// The window's number on an X11 display, else 0.
   int number() const;
 

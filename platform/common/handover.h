@@ -4,15 +4,9 @@
 // built with it, and has to be told; in all other builds these functions are nothing.
 #pragma once
 
-#if defined(__SANITIZE_THREAD__)
-#define KAVREL_TELL_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define KAVREL_TELL_THREAD_SANITIZER 1
-#endif
-#endif
+#include "thread_sanitizer.h"
 
-#ifdef KAVREL_TELL_THREAD_SANITIZER
+#ifdef KAVREL_THREAD_SANITIZER
 #include <sanitizer/tsan_interface.h>
 #endif
 
@@ -20,14 +14,14 @@ namespace kavrel_platform {
 
 /// Before the object is given away, and when a thread is done with it for now.
 inline void GiveObject([[maybe_unused]] void* object) {
-#ifdef KAVREL_TELL_THREAD_SANITIZER
+#ifdef KAVREL_THREAD_SANITIZER
   __tsan_release(object);
 #endif
 }
 
 /// When a thread has got the object.
 inline void TakeObject([[maybe_unused]] void* object) {
-#ifdef KAVREL_TELL_THREAD_SANITIZER
+#ifdef KAVREL_THREAD_SANITIZER
   __tsan_acquire(object);
 #endif
 }

@@ -68,7 +68,7 @@ await_ready() {
 }
 
 build_programs() {
-  cmake --preset release -B build/demo -DKAVREL_BUILD_BENCH=OFF >"$stage/configure.log" ||
+  cmake --preset release -B build/demo >"$stage/configure.log" ||
     fail "configuring failed" "$stage/configure.log"
   cmake --build build/demo --target kavrel-viewer kavrelctl kavrel-channel-end \
     kavrel-plugin-panel kavrel-plugin-listener >"$stage/build.log" ||

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <exception>
 #include <future>
 #include <map>
 #include <mutex>
@@ -184,10 +185,11 @@ void PrepareConnection(GDBusConnection* connection) {
   g_signal_connect(connection, "closed", G_CALLBACK(LogLoss), nullptr);
 }
 
+namespace {
+
 // GIO's flush has no limit and cannot be cancelled. It waits on a thread of its own that, when the
-// bus takes nothing, is left to wait, and holds the connection until then.
-void FlushConnection(GDBusConnection* connection) {
-  if (g_dbus_connection_is_closed(connection)) return;
+// bus takes nothing, is left to wait, and holds the connection until then. Empty: all is written.
+std::string FlushProblem(GDBusConnection* connection) {
   std::packaged_task<std::string()> flush([held = glib::Share(connection)]() mutable {
     glib::Error error;
     g_dbus_connection_flush_sync(held.get(), nullptr, error.Out());
@@ -197,7 +199,19 @@ void FlushConnection(GDBusConnection* connection) {
   std::future<std::string> outcome = flush.get_future();
   std::thread(std::move(flush)).detach();
   const bool late = outcome.wait_for(kFlushLimit) == std::future_status::timeout;
-  const std::string problem = late ? "the bus takes nothing" : outcome.get();
+  return late ? "the bus takes nothing" : outcome.get();
+}
+
+}  // namespace
+
+void FlushConnection(GDBusConnection* connection) {
+  if (g_dbus_connection_is_closed(connection)) return;
+  std::string problem;
+  try {
+    problem = FlushProblem(connection);
+  } catch (const std::exception& error) {  // no thread or no memory for one
+    problem = error.what();
+  }
   if (problem.empty()) return;
   CHANNEL_ERROR(Here(), "Error while flushing the connection: %s\n", problem.c_str());
 }

@@ -6,7 +6,7 @@ namespace kavrelctl {
 namespace {
 
 std::string PositionalSynopsis(const CLI::Option& option) {
-  const std::string name = option.get_name(true);
+  std::string name = option.get_name(true);
   if (option.get_required()) return name;
   return option.get_items_expected_max() > 1 ? '[' + name + "]..." : '[' + name + ']';
 }

@@ -28,7 +28,7 @@ std::string Name(const Settings& settings) {
 
 std::string Limit(const Settings& settings) {
   char text[32];
-  std::snprintf(text, sizeof text, "%g s", EffectiveTimeoutSeconds(settings));
+  (void)std::snprintf(text, sizeof text, "%g s", EffectiveTimeoutSeconds(settings));
   return text;
 }
 

@@ -55,9 +55,9 @@ bool LogTap::Wants(int priority) const {
 void LogTap::Add(LogLine line) {
   const std::lock_guard lock(mutex_);
   if (verbose_) {
-    std::fprintf(stderr, "%c %s: %s\n", PriorityLetter(line.priority),
-                 kavrel_programs::Printable(line.tag).c_str(),
-                 kavrel_programs::Printable(line.text, kLongestLine).c_str());
+    (void)std::fprintf(stderr, "%c %s: %s\n", PriorityLetter(line.priority),
+                       kavrel_programs::Printable(line.tag).c_str(),
+                       kavrel_programs::Printable(line.text, kLongestLine).c_str());
   }
   if (line.priority >= DLOG_ERROR && errors_.size() < kMostErrors) {
     errors_.push_back(std::move(line));

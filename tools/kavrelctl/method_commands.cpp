@@ -68,6 +68,7 @@ void AddMethod(CLI::App& call, const CallableMethod& method, CommandLine& line) 
   AddOutputOptions(*command, line.settings);
   command->callback([&line, &method, arguments] {
     std::vector<std::vector<std::string>> texts;
+    texts.reserve(arguments.size());
     for (const CLI::Option* argument : arguments) texts.push_back(argument->results());
     line.action = [&line, &method, texts] { return RunCall(method, texts, line.settings); };
   });

@@ -39,7 +39,7 @@ ordered_json MethodJson(const MethodInfo& method) {
 
 std::string MethodText(const MethodInfo& method) {
   char id[8];
-  std::snprintf(id, sizeof id, "%3d  ", method.id);
+  (void)std::snprintf(id, sizeof id, "%3d  ", method.id);
   std::string text = id + KebabName(method.name);
   if (method.argument_count > 0) text += ' ' + ArgumentSynopsis(method);
   if (method.HasReply()) text += "  ->  " + AnswerSynopsis(method);

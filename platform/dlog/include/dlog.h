@@ -37,12 +37,12 @@ enum {
  * negative errno values: the record is lost, such as -11 (EAGAIN) when nobody reads it, -32 (EPIPE)
  * when nobody will and -28 (ENOSPC) when the disk is full. The next record that gets through says
  * how many were lost. */
-int dlog_print(int priority, const char *tag, const char *format, ...)
+int dlog_print(int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 3, 4), visibility("default")));
 
 /* As dlog_print; `buffer` (0: main) names a log buffer of televisions that have several. All
  * buffers are one here. */
-int __dlog_print(int buffer, int priority, const char *tag, const char *format, ...)
+int __dlog_print(int buffer, int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 4, 5), visibility("default")));
 
 #ifdef __cplusplus

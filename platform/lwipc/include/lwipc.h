@@ -19,16 +19,16 @@ extern "C" {
 /* Raises the event until this process ends; raising it again is no error. Never follows, opens or
  * writes what it finds at the path. Returns 0, or a negative errno value: the file could be made
  * neither at the path nor in this user's runtime directory. */
-int LwipcEventDone(const char *event) __attribute__((visibility("default")));
+int LwipcEventDone(const char* event) __attribute__((visibility("default")));
 
 /* Whether the event is raised now. Returns 1 (raised), 0 (not), or a negative errno value: the
  * process is out of descriptors or memory and nothing is known. Never blocks. */
-int LwipcIsDone(const char *event) __attribute__((visibility("default")));
+int LwipcIsDone(const char* event) __attribute__((visibility("default")));
 
 /* Waits until the event is raised, at most `timeout_ms` milliseconds (0: only tests). Returns 0
  * when it is raised, now or in time; -110 (timed out) when not; -22 for a negative time-out;
  * another negative errno value as LwipcIsDone does. Blocks the calling thread. */
-int LwipcWaitEvent(const char *event, int timeout_ms) __attribute__((visibility("default")));
+int LwipcWaitEvent(const char* event, int timeout_ms) __attribute__((visibility("default")));
 
 #ifdef __cplusplus
 }

@@ -10,7 +10,7 @@
 namespace kavrel_rpc {
 namespace {
 
-// After many looks for more in a row that found nothing.
+// How many looks for more are left out after one that found nothing, at most.
 constexpr int kMaxLooksToSkip = 32;
 
 }  // namespace
@@ -119,7 +119,7 @@ void Connection::Read() {
     intake_.Settle();
     if (HasEnded()) return End();
     is_look = true;
-  } while (budget > 0 && MayHaveMore());
+  } while (budget > 0 && DecideToLookAgain());
   poller_.NoteBusy(main_watch_);
   MindPartialRequest(has_progressed);
 }
@@ -145,7 +145,7 @@ bool Connection::DeliverRequests(int& budget) {
 // answer to the last one has been sent: the kernel lets it run at once. To look again spares the
 // way through the main loop then, three times what a look in vain costs. Where it does not pay it
 // is tried less and less often.
-bool Connection::MayHaveMore() {
+bool Connection::DecideToLookAgain() {
   if (!intake_.empty()) return false;
   if (looks_to_skip_ == 0) return true;
   --looks_to_skip_;

@@ -82,7 +82,7 @@ class Connection final : public PortOwner, public std::enable_shared_from_this<C
   void OnDeadline();
   void Read();
   bool DeliverRequests(int& budget);
-  bool MayHaveMore();
+  bool DecideToLookAgain();
   void NoteLook(bool has_found_more);
   void MindPartialRequest(bool has_progressed);
   void End();

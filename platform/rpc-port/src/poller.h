@@ -79,6 +79,7 @@ class Poller {
   void MakePending(Watch& watch);
   /// Tells that there was input in this turn: the busiest are watched directly.
   void NoteBusy(Watch& watch);
+  bool IsDirect(const Watch& watch) const { return watch.slot_ != 0; }
 
   /// There is more to read than the watch took in this turn.
   void NoteUnfinished() { is_unfinished_ = true; }

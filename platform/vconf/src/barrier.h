@@ -3,17 +3,11 @@
 
 #include <atomic>
 
+#include "thread_sanitizer.h"
+
 namespace kavrel_vconf {
 
-#if defined(__SANITIZE_THREAD__)
-#define KAVREL_VCONF_THREAD_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(thread_sanitizer)
-#define KAVREL_VCONF_THREAD_SANITIZER 1
-#endif
-#endif
-
-#if defined(KAVREL_VCONF_THREAD_SANITIZER)
+#if defined(KAVREL_THREAD_SANITIZER)
 // The thread sanitizer knows no fences, and sees neither LMDB nor the other processes that these
 // are for. An exchange orders as much on the machines that it runs on.
 inline void FullBarrier() {

@@ -146,7 +146,6 @@ int Connection::Join() {
       static_cast<std::uint64_t>(status.st_size) >= control_->file_size.load()) {
     if (int error = OpenEnvironment(0); error != kDamaged) return error;
   }
-  environment_.reset();
   RetireControl(std::exchange(control_, nullptr));
   const int error = SetAside(directory_.get(), name);
   return error != 0 ? error : kDamaged;

@@ -62,7 +62,9 @@ timespec MonotonicTimeAfter(std::chrono::milliseconds wait) {
 }  // namespace
 
 std::unique_lock<std::timed_mutex> LockPatiently(std::timed_mutex& mutex) {
-  return std::unique_lock(mutex, LockTimeout());
+  std::unique_lock lock(mutex, std::try_to_lock);
+  if (!lock) static_cast<void>(lock.try_lock_for(LockTimeout()));
+  return lock;
 }
 
 int LockPatiently(pthread_mutex_t* mutex) {

@@ -20,31 +20,34 @@ const Value* FindKept(const HashedName& name) {
   return look != nullptr && look->error == 0 ? &look->value : nullptr;
 }
 
-int GetInteger(const char* text, int type, int* value) {
+// Calls take(value) with what the key holds. 0, or negative: no such key or value, or another type.
+template <typename Take>
+int Get(const char* text, int type, const Take& take) {
   const std::optional<HashedName> name = HashName(text);
-  if (!name || value == nullptr) return -EINVAL;
+  if (!name) return -EINVAL;
   if (const Value* kept = FindKept(*name); kept != nullptr) {
-    if (kept->type != type) return -ENOMSG;
-    *value = kept->integer;
-    return 0;
+    return kept->type == type ? take(*kept) : -ENOMSG;
   }
   const std::optional<Key> key = ParseKey(*name);
   if (!key) return -EINVAL;
   const Store::Look look = LookAt(*key);
   if (look.error != 0) return look.error;
-  if (look.value.type != type) return -ENOMSG;
-  *value = look.value.integer;
-  return 0;
+  return look.value.type == type ? take(look.value) : -ENOMSG;
+}
+
+int GetInteger(const char* text, int type, int* integer) {
+  if (integer == nullptr) return -EINVAL;
+  return Get(text, type, [integer](const Value& value) {
+    *integer = value.integer;
+    return 0;
+  });
 }
 
 int GetString(const char* text, char** copy) {
-  const std::optional<Key> key = ParseKey(text);
-  if (!key) return -EINVAL;
-  const Store::Look look = LookAt(*key);
-  if (look.error != 0) return look.error;
-  if (look.value.type != VCONF_TYPE_STRING) return -ENOMSG;
-  *copy = ::strdup(look.value.text.c_str());
-  return *copy != nullptr ? 0 : -ENOMEM;
+  return Get(text, VCONF_TYPE_STRING, [copy](const Value& value) {
+    *copy = ::strdup(value.text.c_str());
+    return *copy != nullptr ? 0 : -ENOMEM;
+  });
 }
 
 int Set(const char* text, const Value& value) {

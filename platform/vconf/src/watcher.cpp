@@ -119,15 +119,17 @@ void Watcher::Unmute() {
 }
 
 bool Watcher::BeginDelivery() {
+  if (!std::exchange(is_delivering_, true)) return true;
+  is_muted_ = true;
   const std::lock_guard lock(*mutex_);
-  if (!is_delivering_) return is_delivering_ = true;
   if (source_ != nullptr) Mute();
   return false;
 }
 
 void Watcher::EndDelivery() {
-  const std::lock_guard lock(*mutex_);
   is_delivering_ = false;
+  if (!std::exchange(is_muted_, false)) return;
+  const std::lock_guard lock(*mutex_);
   if (source_ != nullptr) Unmute();
 }
 
@@ -283,13 +285,14 @@ void Watcher::Deliver(const std::shared_ptr<WatchedKey>& key) {
     key->seen_word = WatchedOf(key->family).control->WordOf(key->hash).load();
     registrations = key->registrations;
   }
-  const Store::Look look = LookAt(key->AsKey());
+  Store::Look look = LookAt(key->AsKey());
   if (look.error != 0 && look.error != -ENOENT) NoteFailure(key.get());
   if (look.error != 0) return;
-  _keynode_t node{key->name, look.value};
+  const auto version = look.version();
+  _keynode_t node{key->name, std::move(look.value)};
   for (const auto& registration : *registrations) {
-    if (!registration->active || registration->last == look.version()) continue;
-    registration->last = look.version();
+    if (!registration->active || registration->last == version) continue;
+    registration->last = version;
     Call(*registration, &node);
   }
 }

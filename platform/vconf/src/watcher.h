@@ -99,8 +99,9 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
   Service* const service_;
   std::mutex* const mutex_;
   GSource* source_ = nullptr;
-  void* poll_tag_ = nullptr;  // null: the listener's descriptor is not polled
-  bool is_delivering_ = false;
+  void* poll_tag_ = nullptr;    // null: the listener's descriptor is not polled
+  bool is_delivering_ = false;  // this and the next: for the context's thread alone
+  bool is_muted_ = false;
   bool look_failed_ = false;
   // Held, lest another context get its address while registrations for this one exist.
   const ContextPointer context_;

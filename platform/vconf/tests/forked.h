@@ -1,6 +1,7 @@
 // Other processes of a test, and memory that they share with it.
 #pragma once
 
+#include <semaphore.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
@@ -79,6 +80,25 @@ class Shared {
 
  private:
   Object* object_;
+};
+
+/// Rung by one process for another that shares it; in Shared memory.
+class Bell {
+ public:
+  Bell() { ::sem_init(&rings_, 1, 0); }
+  Bell(const Bell&) = delete;
+  Bell& operator=(const Bell&) = delete;
+  ~Bell() { ::sem_destroy(&rings_); }
+
+  void Ring() { ::sem_post(&rings_); }
+  /// Returns when `done`, which is looked at after each ring. Whoever hangs here is ended by the
+  /// test's own time limit.
+  void AwaitUntil(const std::function<bool()>& done) {
+    while (!done()) ::sem_wait(&rings_);
+  }
+
+ private:
+  sem_t rings_;
 };
 
 /// How often a test repeats what only many repetitions show: `few` in the normal run.

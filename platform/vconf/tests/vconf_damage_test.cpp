@@ -29,6 +29,11 @@ using kavrel_vconf_test::Shared;
 
 constexpr char kKey[] = "db/kavrel_test/value";
 
+struct Reading {
+  kavrel_vconf_test::Bell news;
+  std::atomic<bool> has_begun = false;
+};
+
 int IntOf(const std::string& key) {
   int value = 0;
   const int error = vconf_get_int(key.c_str(), &value);
@@ -227,16 +232,17 @@ TEST_F(Replacement, AReaderThatStandsStillNeitherStopsWritersNorGrowsTheFileForE
     ASSERT_EQ(vconf_set_int("memory/kavrel_test/kept", 77), 0);
     ASSERT_EQ(vconf_notify_key_changed(kVolatile, Count, &calls), 0);
     loop.RunReady();
-    Shared<std::atomic<bool>> reads;
+    Shared<Reading> reading;
     Forked reader([&] {
       std::unique_ptr<Environment> environment;
       Transaction transaction;
       if (Environment::Open(MemoryFile(".mdb"), MDB_NOSYNC, &environment) != 0) return 1;
       if (transaction.Begin(environment.get(), MDB_RDONLY) != 0) return 1;
-      *reads = true;
+      reading->has_begun = true;
+      reading->news.Ring();
       for (;;) ::pause();
     });
-    while (!*reads) ::usleep(100);
+    reading->news.AwaitUntil([&] { return reading->has_begun.load(); });
     Run([] {
       const std::string text(20000, 't');
       for (int value = 0; value < 8000; ++value) {

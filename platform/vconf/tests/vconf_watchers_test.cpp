@@ -19,6 +19,7 @@
 
 namespace {
 
+using kavrel_vconf_test::Bell;
 using kavrel_vconf_test::Forked;
 using kavrel_vconf_test::FreshStoreTest;
 using kavrel_vconf_test::Loop;
@@ -35,6 +36,7 @@ int IntOf(const char* key) {
 
 // What a watching process lets the test know.
 struct Report {
+  Bell news;
   std::atomic<bool> watches = false;
   std::atomic<int> last = 0;
   std::atomic<int> calls = 0;
@@ -44,6 +46,7 @@ void Note(keynode_t* node, void* user_data) {
   auto* report = static_cast<Report*>(user_data);
   report->last = vconf_keynode_get_int(node);
   ++report->calls;
+  report->news.Ring();
 }
 
 // Watches the key until killed.
@@ -52,12 +55,16 @@ int WatchForEver(Report* report) {
   if (vconf_notify_key_changed(kKey, Note, report) != 0) return 1;
   loop.RunReady();
   report->watches = true;
+  report->news.Ring();
   for (;;) loop.RunUntil([] { return false; });
 }
 
-// Waits for other processes; a test that hangs is ended by its own time limit.
-void WaitUntil(const std::function<bool()>& done) {
-  while (!done()) std::this_thread::sleep_for(std::chrono::microseconds(200));
+void AwaitWatching(Report& report) {
+  report.news.AwaitUntil([&] { return report.watches.load(); });
+}
+
+void AwaitValue(Report& report, int value) {
+  report.news.AwaitUntil([&] { return report.last == value; });
 }
 
 using Watchers = FreshStoreTest;
@@ -69,9 +76,9 @@ TEST_F(Watchers, AllOfACrowdEndWithTheLastValue) {
   for (Report& report : *reports) {
     watchers.push_back(std::make_unique<Forked>([&] { return WatchForEver(&report); }));
   }
-  for (Report& report : *reports) WaitUntil([&] { return report.watches.load(); });
+  for (Report& report : *reports) AwaitWatching(report);
   const auto all_have = [&](int value) {
-    for (Report& report : *reports) WaitUntil([&] { return report.last == value; });
+    for (Report& report : *reports) AwaitValue(report, value);
   };
   Run([&] {
     for (int value = 1; value <= 20; ++value) {  // one by one
@@ -94,7 +101,8 @@ TEST_F(Watchers, AStoppedOneCostsNothingAndEndsWithTheLastValue) {
   Shared<Report> other;
   Forked stopped([&] { return WatchForEver(&*report); });
   Forked running([&] { return WatchForEver(&*other); });
-  WaitUntil([&] { return report->watches && other->watches; });
+  AwaitWatching(*report);
+  AwaitWatching(*other);
   for (int round = 0; round < Repetitions(20, 500); ++round) {
     stopped.Stop();
     const int last = (round + 1) * 1000;
@@ -103,10 +111,10 @@ TEST_F(Watchers, AStoppedOneCostsNothingAndEndsWithTheLastValue) {
         ASSERT_EQ(vconf_set_int(kKey, value), 0);
       }
     });
-    WaitUntil([&] { return other->last == last; });
+    AwaitValue(*other, last);
     EXPECT_NE(report->last, last);
     stopped.Continue();
-    WaitUntil([&] { return report->last == last; });
+    AwaitValue(*report, last);
   }
   EXPECT_LT(std::filesystem::file_size(MemoryFile(".mdb")), 4u << 20);
 }
@@ -120,7 +128,7 @@ TEST_F(Watchers, KilledOnesLeaveNothingBehind) {
     for (int round = 1; round <= Repetitions(150, 10000); ++round) {
       Shared<Report> report;
       Forked watcher([&] { return WatchForEver(&*report); });
-      if (round % 3 != 0) WaitUntil([&] { return report->watches.load(); });
+      if (round % 3 != 0) AwaitWatching(*report);
       for (unsigned sets = random() % 8; sets > 0; --sets) {
         ASSERT_EQ(vconf_set_int(kKey, round), 0);
       }

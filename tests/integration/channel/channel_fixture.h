@@ -20,7 +20,7 @@
 namespace kavrel_test {
 
 /// Runs the default main context until `done`; false when that takes longer than anything healthy.
-inline bool IterateUntil(const std::function<bool()>& done) {
+[[nodiscard]] inline bool IterateUntil(const std::function<bool()>& done) {
   bool late = false;
   const guint limit = g_timeout_add(
       static_cast<guint>(kGenerous.count()),

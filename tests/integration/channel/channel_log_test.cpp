@@ -131,7 +131,7 @@ TEST_F(ChannelLogTest, SecondEndOfAHandshake) {
 TEST_F(ChannelLogTest, FirstEndOfAHandshake) {
   kavreldbus::CHostDbus end(kHost, kPlugin);
   const std::string self = OwnUniqueName();
-  IterateUntil([&] { return CountLines("' => ''") == 1; });  // its own SYN
+  ASSERT_TRUE(IterateUntil([&] { return CountLines("' => ''") == 1; }));  // its own SYN
   log_.Take();
   const std::string partner = peer_->Open("plugin", kHost, kPlugin).at("who");
   ASSERT_TRUE(IterateUntil([&] { return end.IsConnectionReady(); }));

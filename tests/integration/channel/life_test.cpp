@@ -196,13 +196,18 @@ TEST_F(LifeTest, DestroyedEndIsNoLongerExported) {
 TEST_F(LifeTest, SendersOnOtherThreadsSurviveThePartnersComingAndGoing) {
   CPluginDbus end(kHost, kPlugin);
   std::atomic<bool> over = false;
+  std::atomic<int> sent = 0;
   std::vector<std::thread> senders;
   for (int i = 0; i < 2; ++i) {
     senders.emplace_back([&] {
       CMessage message = MessageOf({{"a", "1"}});
       while (!over) {
         // Nobody is flooded: a partner that is there answers first.
-        if (!end.IsConnectionReady() || !end.SendMessage(message, 0)) std::this_thread::yield();
+        if (!end.IsConnectionReady() || !end.SendMessage(message, 0)) {
+          std::this_thread::yield();
+        } else if (sent++ == 0) {
+          g_main_context_wakeup(nullptr);
+        }
       }
     });
   }
@@ -210,8 +215,10 @@ TEST_F(LifeTest, SendersOnOtherThreadsSurviveThePartnersComingAndGoing) {
     const auto partner = MakeLibraryEnd();
     partner->Tell({{"do", "open"}, {"role", "host"}, {"host", kHost}, {"plugin", kPlugin}});
     EXPECT_TRUE(IterateUntil([&] { return end.IsConnectionReady(); }));
+    EXPECT_TRUE(IterateUntil([&] { return sent > 0; }));
     partner->process().Kill();
     EXPECT_TRUE(IterateUntil([&] { return !end.IsConnectionReady(); }));
+    sent = 0;
   }
   over = true;
   for (std::thread& sender : senders) sender.join();
@@ -228,7 +235,7 @@ void DieInConnectedCallback() {
   auto end = std::make_unique<CPluginDbus>(kHost, kPlugin);
   end->SetConnectionChangedCallback(
       [](void* data) { static_cast<std::unique_ptr<CPluginDbus>*>(data)->reset(); }, nullptr, &end);
-  IterateUntil([] { return false; });
+  static_cast<void>(IterateUntil([] { return false; }));
 }
 
 TEST(ChannelDeathTest, DestroyingAnEndInItsConnectedCallbackAborts) {

@@ -78,11 +78,11 @@ TEST_F(LimitsTest, HostHoldsTheDocumentedNumberOfPartners) {
   constexpr int kDocumented = 102;
   const PrivateBus bus;
   const CAuxDbusServer server(kHost);
-  IterateUntil([&] {
+  ASSERT_TRUE(IterateUntil([&] {
     return std::ranges::any_of(log_.entries(), [](const LogEntry& entry) {
       return entry.text.starts_with("bus name acquired");
     });
-  });
+  }));
   const auto partner = MakePythonPeer();
   std::vector<std::unique_ptr<OpenHost>> ends;
   for (int i = 0; i <= kDocumented; ++i) {

@@ -43,8 +43,7 @@ class State : public Programs {
 TEST_F(State, WithoutAViewerThereIsNone) {
   const Outcome outcome = Tool({"get", "kavrel_state"});
   EXPECT_EQ(outcome.exit_code, 1);
-  EXPECT_EQ(outcome.errors,
-            "kavrelctl: kavrel_state has no value: nobody has set it yet\n");
+  EXPECT_EQ(outcome.errors, "kavrelctl: kavrel_state has no value: nobody has set it yet\n");
   const Outcome all = Tool({"get", "--all", "--json"});
   EXPECT_EQ(all.exit_code, 0);
   for (const json& property : json::parse(all.output)) EXPECT_TRUE(property["value"].is_null());

@@ -53,8 +53,8 @@ class HostTest : public JournalTest {
     Toolkit().Emit("add.object", Object(object));
   }
 
-  /// Who got the key: the consumer for a registered one, "exclusive" otherwise; the plug-in that it
-  /// was sent to is checked.
+  /// The consumer that the host named, "untouched" when it named none; checks which plug-in the key
+  /// was sent to (empty: none).
   std::string Dispatch(const std::string& key, const std::string& receiver) {
     TakeLines();
     std::string consumer = "untouched";

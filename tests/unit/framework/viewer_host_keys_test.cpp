@@ -324,7 +324,9 @@ TEST_F(HostKeysTest, ListsPluginsAndExclusiveKeys) {
 TEST_F(HostKeysTest, GrabsNothingWithoutAWindow) {
   MakeHost(nullptr, "other");
   Add("clock", 5);
+  TakeLines();
   host_->ProcessRegisteredExclusiveKey("Red", "clock");
+  EXPECT_THAT(TakeLines(), Not(testing::Contains(testing::HasSubstr("grab object"))));
   EXPECT_EQ(Dispatch("Red", "clock"), "untouched");
   host_->ProcessUnregisteredExclusiveKey("Red", "clock");
   EXPECT_THAT(TakeLines(), Not(testing::Contains(testing::HasSubstr("grab object"))));
