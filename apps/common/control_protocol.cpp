@@ -144,6 +144,7 @@ std::optional<ControlRequest> DecodeControlRequest(const ControlParcel& parcel) 
       break;
     case ControlCommand::kPlugins:
     case ControlCommand::kScreenshot:
+    case ControlCommand::kScreen:
       break;
     default:
       return std::nullopt;

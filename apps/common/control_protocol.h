@@ -1,6 +1,6 @@
 // How kavrelctl speaks with the reference viewer beside the remote interface: questions about
-// plug-ins, keys of the remote control, pictures of the screen. A port of its own, because the
-// remote interface is the same for every viewer.
+// plug-ins, keys of the remote control, pictures of the screen, and what is on it. A port of its
+// own, because the remote interface is the same for every viewer.
 //
 // A request is one parcel: int32 command, then its arguments. The answer is one or more parcels
 // with the request's sequence number: int32 result, int32 number of parcels that follow, text. The
@@ -17,7 +17,26 @@ namespace kavrel_programs {
 
 inline constexpr const char* kControlPort = "KavrelViewerControl";
 
-enum class ControlCommand { kPlugins = 1, kKey = 2, kScreenshot = 3 };
+enum class ControlCommand {
+  kPlugins = 1,     ///< the plug-ins, as JSON
+  kKey = 2,         ///< a key: who took it, as JSON
+  kScreenshot = 3,  ///< a picture of the screen, as PNG in base 64
+  kScreen = 4,      ///< what is on the screen, as JSON; see below
+};
+
+// The answer to kScreen, an object:
+//
+//   "activity"       what the viewer does: "running", "loading", "no-signal", "locked"
+//   "viewer_state"   as plug-ins see it: "RESUME_FOCUS", "RESUME", "BACKGROUND", "PAUSE"
+//   "channel"        "number", "name", "source", "service_id"; empty texts where unknown
+//   "source"         "type", "number", "label" of what is watched: the channel's unless another
+//                    source has been chosen
+//   "banners"        the banners that are shown, lowest first, each with "name" and "texts"
+//   "popups"         the pop-ups that are shown, in the same way
+//   "pip"            null, or "channel" (as above) and "focused" of the picture-in-picture window
+//   "selection_window"  "shown", "zoom_level", "left", "top", "width", "height", and "move_range"
+//                    with "least_left", "least_top", "greatest_left", "greatest_top"
+//   "window_size", "teletext", "language"
 
 /// The devices of IViewerHost::DispatchInput, and as people name them.
 inline constexpr const char* kKeyDevices[] = {"ir", "panel", "sr", "vr", "other"};

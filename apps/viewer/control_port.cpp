@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "png_file.h"
+#include "screen_description.h"
 
 namespace viewer {
 
@@ -29,9 +30,13 @@ ControlReply Done(const ordered_json& answer) {
 
 }  // namespace
 
-ControlPort::ControlPort(const PluginHost* plugins, RemoteControl& remote_control, Screen& screen,
-                         const Window& window)
-    : plugins_(plugins), remote_control_(remote_control), screen_(screen), window_(window) {
+ControlPort::ControlPort(const PluginHost* plugins, RemoteControl& remote_control,
+                         const Television& television, Screen& screen, const Window& window)
+    : plugins_(plugins),
+      remote_control_(remote_control),
+      television_(television),
+      screen_(screen),
+      window_(window) {
   if (rpc_port_stub_create(&stub_, kavrel_programs::kControlPort) != 0) {
     throw std::runtime_error("no control port can be made; the log tells why");
   }
@@ -74,6 +79,8 @@ ControlReply ControlPort::Answer(const ControlParcel& parcel) {
         return Key(*request);
       case ControlCommand::kScreenshot:
         return Screenshot();
+      case ControlCommand::kScreen:
+        return Done(DescribeScreen(television_));
     }
   } catch (const std::runtime_error& error) {
     return {false, error.what()};

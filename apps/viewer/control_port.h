@@ -1,4 +1,5 @@
-// The viewer's own port for its tool: plug-ins, keys, pictures. See control_protocol.h.
+// The viewer's own port for its tool: plug-ins, keys, what is on the screen. See
+// control_protocol.h.
 #pragma once
 
 #include <control_protocol.h>
@@ -14,8 +15,8 @@ namespace viewer {
 class ControlPort {
  public:
   /// `plugins` may be null. Throws std::runtime_error when the port cannot be had.
-  ControlPort(const PluginHost* plugins, RemoteControl& remote_control, Screen& screen,
-              const Window& window);
+  ControlPort(const PluginHost* plugins, RemoteControl& remote_control,
+              const Television& television, Screen& screen, const Window& window);
   ControlPort(const ControlPort&) = delete;
   ControlPort& operator=(const ControlPort&) = delete;
   ~ControlPort();
@@ -30,6 +31,7 @@ class ControlPort {
 
   const PluginHost* plugins_;
   RemoteControl& remote_control_;
+  const Television& television_;
   Screen& screen_;
   const Window& window_;
   rpc_port_stub_h stub_ = nullptr;

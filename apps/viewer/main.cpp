@@ -87,7 +87,7 @@ int Show(const Options& options, Television& television, OperationLog& log) {
   });
   RemoteControl remote_control(plugins.get(), television, log);
   const Keyboard keyboard(remote_control);
-  const ControlPort control(plugins.get(), remote_control, screen, window);
+  const ControlPort control(plugins.get(), remote_control, television, screen, window);
   const StatePublisher publisher(television, window.number());
   TellReady(options);
   loop.Run(plugins != nullptr);

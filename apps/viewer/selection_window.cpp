@@ -31,6 +31,7 @@ MoveRange SelectionWindow::move_range() const {
 bool SelectionWindow::MoveTo(Position position) {
   if (!move_range().Contains(position)) return false;
   position_ = position;
+  shown_ = true;
   return true;
 }
 
@@ -38,6 +39,7 @@ bool SelectionWindow::ChangeZoomLevel(int level) {
   if (level < 0 || level > kGreatestZoomLevel) return false;
   const Position middle = Middle(position_, size());
   zoom_level_ = level;
+  shown_ = true;
   const Position greatest = move_range().greatest;
   position_ = {std::clamp(middle.left - size().width / 2, 0, greatest.left),
                std::clamp(middle.top - size().height / 2, 0, greatest.top)};
@@ -52,6 +54,7 @@ bool SelectionWindow::Store(Position position) {
 }
 
 void SelectionWindow::Restore() {
+  shown_ = false;
   zoom_level_ = stored_zoom_level_;
   position_ = stored_position_;
 }

@@ -40,6 +40,8 @@ class SelectionWindow {
   /// Level 0 in the middle of the picture.
   SelectionWindow();
 
+  /// Whether it is on the screen: from the first time it is used until Restore().
+  bool is_shown() const { return shown_; }
   int zoom_level() const { return zoom_level_; }
   Position position() const { return position_; }
   Size size() const;
@@ -55,9 +57,11 @@ class SelectionWindow {
   /// Keeps a position, together with the present zoom level, for Restore(). False, with nothing
   /// changed, when the frame would not lie wholly on the picture.
   bool Store(Position position);
+  /// Back to what was stored, and off the screen.
   void Restore();
 
  private:
+  bool shown_ = false;
   int zoom_level_ = 0;
   Position position_;
   int stored_zoom_level_ = 0;

@@ -2,6 +2,8 @@
 #include <control_protocol.h>
 #include <gmock/gmock.h>
 
+#include <nlohmann/json.hpp>
+
 #include "programs.h"
 
 namespace kavrel_test {
@@ -52,7 +54,7 @@ TEST_F(ControlPort, RefusesWhatItDoesNotKnow) {
     EXPECT_EQ(reply.text, "this is no request that the viewer knows");
   };
   expect_refused([](rpc_port_parcel_h) {});
-  for (const int command : {0, 4, -1, 2147483647, -2147483647}) {
+  for (const int command : {0, 5, -1, 2147483647, -2147483647}) {
     expect_refused([&](rpc_port_parcel_h parcel) { rpc_port_parcel_write_int32(parcel, command); });
   }
   expect_refused([](rpc_port_parcel_h parcel) { rpc_port_parcel_write_string(parcel, "1"); });
@@ -81,6 +83,22 @@ TEST_F(ControlPort, ServesManyInARow) {
     EXPECT_EQ(reply.text, R"({"key":"7","type":"released","taken_by":"nobody","plugin":null,)"
                           R"("exclusive":false})");
   }
+}
+
+TEST_F(ControlPort, TellsWhatIsOnTheScreen) {
+  const auto screen = [&] {
+    const ControlReply reply =
+        Send([](rpc_port_parcel_h parcel) { rpc_port_parcel_write_int32(parcel, 4); });
+    EXPECT_TRUE(reply.done) << reply.text;
+    return nlohmann::json::parse(reply.text);
+  };
+  EXPECT_EQ(screen()["banners"], nlohmann::json::array());
+  Tool({"call", "show-source-banner", "1", "HDMI", "Player", "1080p"});
+  Tool({"call", "show-sleep-timer-popup", "1"});
+  EXPECT_EQ(screen()["banners"],
+            nlohmann::json::parse(R"([{"name":"source","texts":["HDMI","Player","1080p"]}])"));
+  EXPECT_EQ(screen()["popups"][0]["name"], "sleep-timer");
+  EXPECT_EQ(screen()["viewer_state"], "RESUME");
 }
 
 }  // namespace
