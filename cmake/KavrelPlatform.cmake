@@ -39,6 +39,20 @@ function(kavrel_system_platform)
   endforeach()
 endfunction()
 
+# kavrel_platform_soname(<service> <variable>): the name under which programs load the service.
+function(kavrel_platform_soname service variable)
+  set(soname lib${service}.so.0)
+  if(KAVREL_PLATFORM STREQUAL "system")
+    find_library(PLATFORM_${service}_FILE ${service} HINTS ${PLATFORM_${service}_LIBRARY_DIRS} REQUIRED)
+    execute_process(COMMAND ${CMAKE_OBJDUMP} -p ${PLATFORM_${service}_FILE}
+                    OUTPUT_VARIABLE headers COMMAND_ERROR_IS_FATAL ANY)
+    if(headers MATCHES "SONAME +([^ \n]+)")
+      set(soname ${CMAKE_MATCH_1})
+    endif()
+  endif()
+  set(${variable} ${soname} PARENT_SCOPE)
+endfunction()
+
 # kavrel_use_platform_headers(<target> <service>...): compile against the services' headers without
 # linking them, so that a test can put its own fakes in their place.
 function(kavrel_use_platform_headers target)
