@@ -31,15 +31,6 @@ TEST(StateDocument, HoldsEveryProperty) {
   EXPECT_NE(page.find(table), std::string::npos) << "docs/state.md must hold:\n" << table;
 }
 
-// The watcher of the tutorial is the one that is built.
-TEST(StateDocument, ShowsTheExampleAsItIs) {
-  const std::string page = ReadFile(KAVREL_SOURCE_DIR "/docs/state.md");
-  const std::string example = ReadFile(KAVREL_SOURCE_DIR "/examples/watcher/main.c");
-  ASSERT_FALSE(example.empty());
-  EXPECT_NE(page.find("```c\n" + example + "```\n"), std::string::npos)
-      << "docs/state.md must show examples/watcher/main.c as it is";
-}
-
 // The header's comment on each property begins with its name and meaning.
 TEST(StateDocument, HeaderTellsTheSame) {
   std::string header = ReadFile(KAVREL_SOURCE_DIR "/include/kavrel/state_api.h");
