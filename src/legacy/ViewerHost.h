@@ -12,7 +12,8 @@
 //         one
 //
 // Windows are another matter: the compositor reports them by their titles, and one whose title is
-// no plug-in's name is shown all the same.
+// no plug-in's name is shown all the same. It gets its layer when a plug-in of that name announces
+// itself later.
 //
 // Names, order of virtual operations, and log texts are contract.
 #pragma once
@@ -108,6 +109,7 @@ class CViewerHost : public IViewerHost, public IPluginList {
 
   void m_ListObject(const char* title, Evas_Object* object);
   void m_SetProperties(const char* title, Evas_Object* object);
+  void m_LayerEarlyWindow(const char* pluginName);
   std::list<TPluginObj>::iterator m_FindObject(const Evas_Object* object);
   void m_UnlistObject(std::list<TPluginObj>::iterator listed, kavrel::SourceLine where);
 

@@ -60,9 +60,17 @@ void CViewerHost::m_AddPlugin(const char* pluginName, int pluginType) {
     return;
   }
   if (!m_HasRoomForPlugin(pluginName, pluginType, Here())) return;
+  const bool known = m_GetHostPluginByName(pluginName) != nullptr;
   auto channel = std::make_unique<CHostDbus>(m_HostName, pluginName);
   channel->SetHostDbusMsgCb(&CViewerHost::m_HostDbusMessageCallback, this);
   plugins.push_back({pluginType, pluginName, std::move(channel), CKeyRepository()});
+  if (!known) m_LayerEarlyWindow(pluginName);
+}
+
+// Windows and announcements travel on ways of their own. A window that came first found no plug-in
+// to take its layer from.
+void CViewerHost::m_LayerEarlyWindow(const char* pluginName) {
+  if (Evas_Object* const object = GetPluginObject(pluginName)) m_SetProperties(pluginName, object);
 }
 
 bool CViewerHost::m_HasRoomForPlugin(const std::string& pluginName, int pluginType,

@@ -130,8 +130,7 @@ class FrameworkTest : public testing::Test {
     return plugin;
   }
 
-  /// One with a window that opened it when the host knew the plug-in: the two take different ways,
-  /// and a window that comes before its plug-in keeps the layer that it has.
+  /// One with a window that opened it when the host knew the plug-in.
   ProgramPointer MakeWindow(Program& host, const std::string& name, const std::string& type,
                             const std::string& color) const {
     auto plugin = MakePlugin(host, {name, type});

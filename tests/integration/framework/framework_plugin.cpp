@@ -1,10 +1,11 @@
-// A plug-in: framework_plugin NAME TYPE [host=NAME] [glib] [exclusive] [again] [window=RRGGBB]
-// KEY... Each time its channel comes up it asks for its keys and to be shown. With "glib" it has no
-// window and runs GLib's loop; with "again" the program runs itself anew when EFL ends its loop, as
-// EFL does when the viewer of a window dies. Commands:
+// A plug-in: framework_plugin NAME TYPE [host=NAME] [glib] [exclusive] [again] [late]
+// [window=RRGGBB] KEY... Each time its channel comes up it asks for its keys and to be shown. With
+// "glib" it has no window and runs GLib's loop; with "again" the program runs itself anew when EFL
+// ends its loop, as EFL does when the viewer of a window dies; with "late" it is a plug-in from
+// "join" on. Commands:
 //   keys KEY...   many COUNT   clear   exclusive KEY...   unexclusive KEY...   clearexclusive
 //   show   hide   enable WHAT   disable WHAT   send ASYNC KEY VALUE   window RRGGBB   close
-//   live COUNT (a whole life of a second plug-in, so many times)   quiet   count   leave
+//   live COUNT (a whole life of a second plug-in, so many times)   quiet   count   join   leave
 #include <Ecore_Evas.h>
 #include <kavrel/KavrelAPI.h>
 
@@ -53,6 +54,7 @@ struct Program {
   bool glib = false;
   bool exclusive = false;
   bool again = false;
+  bool late = false;
   std::optional<unsigned> color;
   CKeyRepository keys;
 
@@ -75,6 +77,19 @@ void Connected(void*) {
 
 void Disconnected(void*) {
   Say("disconnected");
+}
+
+bool Join() {
+  Say("waiting");
+  if (!KavrelAPI::CreatePluggable(the_program.type, the_program.name, &the_program.plugin,
+                                  the_program.host.c_str())) {
+    Say("no host");
+    return false;
+  }
+  the_program.listener.ListenTo(*the_program.plugin);
+  the_program.plugin->SetConnectionChangedCallback(&Connected, &Disconnected, nullptr);
+  Say("made");
+  return true;
 }
 
 void OpenWindow(unsigned color) {
@@ -182,6 +197,7 @@ void Obey(const std::string& line) {
   std::string command;
   words >> command;
   if (command == "leave") return Leave();
+  if (command == "join") return static_cast<void>(Join());
   if (command == "show") return the_program.plugin->Show();
   if (command == "hide") return the_program.plugin->Hide();
   if (command == "send") return Send(words);
@@ -215,6 +231,8 @@ void ParseArguments(int argc, char** argv) {
       the_program.exclusive = true;
     } else if (word == "again") {
       the_program.again = true;
+    } else if (word == "late") {
+      the_program.late = true;
     } else if (word.starts_with("host=")) {
       the_program.host = word.substr(5);
     } else if (word.starts_with("window=")) {
@@ -226,15 +244,7 @@ void ParseArguments(int argc, char** argv) {
 }
 
 bool Start() {
-  Say("waiting");
-  if (!KavrelAPI::CreatePluggable(the_program.type, the_program.name, &the_program.plugin,
-                                  the_program.host.c_str())) {
-    Say("no host");
-    return false;
-  }
-  the_program.listener.ListenTo(*the_program.plugin);
-  the_program.plugin->SetConnectionChangedCallback(&Connected, &Disconnected, nullptr);
-  Say("made");
+  if (!the_program.late && !Join()) return false;
   if (the_program.color) OpenWindow(*the_program.color);
   return true;
 }

@@ -81,6 +81,23 @@ TEST_F(FrameworkWindowTest, LiesOnTheLayerOfItsType) {
   ExpectPixel(*host, 40, 100, kBlue);
 }
 
+// As on a busy machine, where the announcement may be late.
+TEST_F(FrameworkWindowTest, GetsItsLayerWhenItsPluginComesLater) {
+  const auto host = MakeHost();
+  const auto other = MakeWindow(*host, "guide", "5", "00ff00");
+  const auto plugin = Start({FRAMEWORK_PLUGIN, "hbbtv", "5", "late", "window=ff0000"});
+  EXPECT_SAYS(*host, "told: plugin_add=hbbtv");
+  host->Tell("window hbbtv");
+  EXPECT_SAYS(*host, "window hbbtv 0");
+  ExpectPixel(*host, 100, 100, kGreen);
+  plugin->Tell("join");
+  EXPECT_SAYS(*plugin, "connected");
+  EXPECT_SAYS(*host, "told: show=hbbtv");
+  host->Tell("window hbbtv");
+  EXPECT_SAYS(*host, "window hbbtv 7");
+  ExpectPixel(*host, 100, 100, kRed);
+}
+
 TEST_F(FrameworkWindowTest, IsSeenUntilItIsHiddenClosedOrItsPluginDies) {
   const auto host = MakeHost();
   const auto low = MakeWindow(*host, "low", "4", "ffffff");

@@ -206,6 +206,42 @@ TEST_F(HostTest, ShowsAWindowOfNobody) {
   EXPECT_EQ(host_->GetPluginObject("stranger"), Object(10));
 }
 
+TEST_F(HostTest, LayersAWindowThatCameBeforeItsPlugin) {
+  struct Case {
+    int type;
+    const char* title;
+    std::vector<std::string> layer;
+  };
+  for (const Case& one :
+       {Case{0, "zero", {}}, Case{4, "four", {}}, Case{5, "five", {"layer object 10 4"}},
+        Case{5, "hbbtv", {"layer object 10 7"}}, Case{6, "six", {"layer object 10 101"}}}) {
+    SCOPED_TRACE(one.title);
+    MakeHost();
+    Appear(10, one.title);
+    Appear(11, "another");
+    TakeLines();
+    Channels().announced(one.title, one.type, true);
+    const std::string title = one.title;
+    std::vector<std::string> expected = {
+        "4 m_AuxDbusSignalCallback: notify plugin add or remove\n",
+        "4 m_AddPlugin: add plugin, type: " + std::to_string(one.type) + ", name: " + title + "\n",
+        "host end + kavrel " + title, "host end callback " + title};
+    expected.insert(expected.end(), one.layer.begin(), one.layer.end());
+    EXPECT_EQ(TakeLines(), expected);
+  }
+}
+
+TEST_F(HostTest, LeavesTheLayerOfAWindowWhosePluginIsKnown) {
+  MakeHost();
+  Add("clock", 6);
+  Appear(10, "clock");
+  TakeLines();
+  for (const int type : {6, 5, 0}) {
+    Channels().announced("clock", type, true);
+    EXPECT_THAT(TakeLines(), testing::Not(testing::Contains(HasSubstr("layer object"))));
+  }
+}
+
 TEST_F(HostTest, IgnoresASecondWindowOfATitle) {
   MakeHost();
   Add("clock", 5);
