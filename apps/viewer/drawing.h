@@ -19,6 +19,9 @@ struct Area {
   int height = 0;
 };
 
+/// What the television's picture covers.
+inline constexpr Area kStage{0, 0, Window::kWidth, Window::kHeight};
+
 /// Puts `object` on its area of the window.
 void Place(Evas_Object* object, const Area& area, const Window& window);
 

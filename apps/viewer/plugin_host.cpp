@@ -6,10 +6,8 @@
 
 #include <algorithm>
 #include <exception>
-#include <optional>
 #include <stdexcept>
 
-#include "drawing.h"
 #include "viewer_state.h"
 
 namespace viewer {
@@ -19,31 +17,6 @@ using nlohmann::ordered_json;
 namespace {
 
 constexpr const char* kHostName = "kavrel";
-
-// The library's layers of plug-ins' windows, and where this viewer puts windows of each. They
-// overlap, so that one sees which lies above. A window of no known layer is left as it came.
-struct LayerPlace {
-  short layer;
-  Area area;
-};
-constexpr LayerPlace kPlaces[] = {
-    {4, {96, 96, 640, 360}},
-    {7, {416, 232, 640, 360}},
-    {101, {832, 48, 384, 240}},
-};
-
-void PlaceByLayer(Evas_Object* object, const Window& window) {
-  for (const LayerPlace& place : kPlaces) {
-    if (place.layer == evas_object_layer_get(object)) Place(object, place.area, window);
-  }
-}
-
-// The layer on which the library puts the window of a plug-in of that type; nothing: where it is.
-std::optional<short> LayerOf(VIEWER_PLUGIN_TYPE type, const std::string& name) {
-  if (type == VIEWER_PLUGIN_LEAVES_LAYER_101) return 101;
-  if (type == VIEWER_PLUGIN_LEAVES_LAYER_4) return name == "hbbtv" ? 7 : 4;
-  return std::nullopt;
-}
 
 const IPluginList* ListOf(const IViewerHost* host) {
   return dynamic_cast<const IPluginList*>(host);
@@ -73,7 +46,14 @@ std::string SenderOf(const CMessage& message) {
 }  // namespace
 
 PluginHost::PluginHost(const Window& window, Television& television, OperationLog& log)
-    : window_(window), television_(television), log_(log), state_(ViewerState(television)) {
+    : television_(television),
+      log_(log),
+      windows_(window,
+               [this](const std::string& title, int layer) {
+                 Write(title, "window on layer " + std::to_string(layer), "window_added",
+                       {{"layer", layer}});
+               }),
+      state_(ViewerState(television)) {
   if (!KavrelAPI::CreateViewerHost(window.root(), &host_, &PluginHost::Receive, this, kHostName)) {
     throw std::runtime_error("no host for plug-ins can be made; the log tells why");
   }
@@ -132,53 +112,23 @@ void PluginHost::Act(const CMessage& message) {
 }
 
 void PluginHost::WindowCame(const std::string& title) {
-  Evas_Object* const object = host_->GetPluginObject(title);
-  if (object == nullptr) return;
-  windows_.push_back(title);
-  PlaceByLayer(object, window_);
-  TellLayer(title, evas_object_layer_get(object));
+  if (Evas_Object* const object = host_->GetPluginObject(title)) windows_.Add(title, object);
 }
 
 void PluginHost::WindowWent(const std::string& title) {
-  std::erase(windows_, title);
+  windows_.Remove(host_->GetPluginObject(title));
   Write(title, "window gone", "window_removed");
-}
-
-void PluginHost::PlaceWindows() {
-  for (const std::string& title : windows_) {
-    if (Evas_Object* const object = host_->GetPluginObject(title)) PlaceByLayer(object, window_);
-  }
 }
 
 void PluginHost::Show(const std::string& plugin, bool shown) {
   if (Evas_Object* const object = host_->GetPluginObject(plugin)) {
     shown ? evas_object_show(object) : evas_object_hide(object);
-    CorrectLayer(plugin, object);
   }
   Write(plugin, shown ? "shown" : "hidden", shown ? "shown" : "hidden");
   if (!shown) return;
   CMessage message;
   message.AddValue("state", state_.c_str());
   host_->SendMessage(plugin, message, 1);
-}
-
-// Windows and names travel on ways of their own. The library looks for a window's plug-in when the
-// window comes, and on a busy machine it may come before the plug-in's name does.
-void PluginHost::CorrectLayer(const std::string& name, Evas_Object* object) {
-  const IPluginList* const list = ListOf(host_);
-  if (list == nullptr) return;
-  for (const IPluginList::Plugin& plugin : list->Plugins()) {
-    if (plugin.name != name) continue;
-    const auto layer = LayerOf(plugin.type, name);
-    if (!layer || evas_object_layer_get(object) == *layer) return;
-    evas_object_layer_set(object, *layer);
-    PlaceByLayer(object, window_);
-    return TellLayer(name, *layer);
-  }
-}
-
-void PluginHost::TellLayer(const std::string& title, int layer) {
-  Write(title, "window on layer " + std::to_string(layer), "window_added", {{"layer", layer}});
 }
 
 void PluginHost::SetBanner(const std::string& plugin, const std::string& banner, bool enabled) {

@@ -4,9 +4,9 @@
 #include <kavrel/IViewerHost.h>
 
 #include <string>
-#include <vector>
 
 #include "operation_log.h"
+#include "plugin_windows.h"
 #include "television.h"
 #include "window.h"
 
@@ -44,7 +44,7 @@ class PluginHost {
   nlohmann::ordered_json Plugins() const;
 
   /// Puts the windows where they belong, after the viewer's window got another size.
-  void PlaceWindows();
+  void PlaceWindows() { windows_.PlaceAll(); }
 
  private:
   static void Receive(CMessage& message, void* self);
@@ -53,20 +53,17 @@ class PluginHost {
   void WindowCame(const std::string& title);
   void WindowWent(const std::string& title);
   void Show(const std::string& plugin, bool shown);
-  void CorrectLayer(const std::string& name, Evas_Object* object);
-  void TellLayer(const std::string& title, int layer);
   void SetBanner(const std::string& plugin, const std::string& banner, bool enabled);
   void TellState();
   void Write(const std::string& plugin, const std::string& what, const std::string& event,
              const nlohmann::ordered_json& fields = nlohmann::ordered_json::object());
   std::string ExclusiveOwner(const std::string& key) const;
 
-  const Window& window_;
   Television& television_;
   OperationLog& log_;
   IViewerHost* host_ = nullptr;
+  PluginWindows windows_;
   std::string state_;
-  std::vector<std::string> windows_;  // titles of those that are there
 };
 
 }  // namespace viewer

@@ -106,6 +106,18 @@ TEST_F(Screen, ComposesPluginsOnTheirLayers) {
   EXPECT_NE(Screenshot().At(900, 500), kLayer7);
 }
 
+// A window may come before its plug-in's name.
+TEST_F(Screen, MovesAWindowToItsPlaceWhenItsPluginComesLater) {
+  const auto middle = StartPanel(*viewer_, "weather", "5", "804020");
+  ChildProcess late(Options(KAVREL_COMMANDED_PLUGIN, {"hbbtv", "5", "late", "window=207040"}));
+  Expect(*viewer_, "plug-in hbbtv: window on layer 0");
+  ExpectSpots({{300, 440, kLayer4}, {700, 440, kLayer4}, {1200, 690, kLayer7}});
+  late.WriteInput("join\n");
+  Expect(*viewer_, "plug-in hbbtv: window on layer 7");
+  ExpectSpots({{300, 440, kLayer4}, {700, 440, kLayer7}, {1000, 580, kLayer7}});
+  EXPECT_NE(Screenshot().At(1200, 690), kLayer7);
+}
+
 TEST_F(Screen, IsSavedAtTheEnd) {
   viewer_->Signal(SIGTERM);
   ASSERT_EQ(OutcomeOf(*viewer_).exit_code, 0);
