@@ -4,13 +4,16 @@
 //   1. starts EFL, makes itself known (CreatePluggable) and says who listens;
 //   2. asks for keys in the connected callback, because a restarted viewer knows none of them;
 //   3. opens its window in the viewer, under its own name, and runs EFL's main loop;
-//   4. lets go of exclusive keys before it ends: the viewer would keep them for it.
+//   4. lets go of exclusive keys before it ends: the viewer would keep them for it;
+//   5. starts anew when the viewer has ended: EFL cannot open windows on a second display.
 //
 // XF86Back, if it is among its keys, lets go of the exclusive keys and has the window hidden;
 // XF86Menu takes both back.
 #include <kavrel/KavrelAPI.h>
 #include <plugin_options.h>
+#include <unistd.h>
 
+#include <csignal>
 #include <string>
 #include <utility>
 #include <variant>
@@ -86,6 +89,12 @@ class Panel final : public IKeyInputListener, public IViewerStateChangeListener 
   PanelWindow window_;
 };
 
+// EFL ends its loop on a signal, and by itself ("quit") when the window's display has gone.
+Eina_Bool NoteEnd(void* has_viewer_ended, int /*event*/, void* end) {
+  *static_cast<bool*>(has_viewer_ended) = static_cast<Ecore_Event_Signal_Exit*>(end)->quit != 0;
+  return ECORE_CALLBACK_PASS_ON;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -98,7 +107,12 @@ int main(int argc, char** argv) {
   elm_init(argc, argv);
   Panel panel(std::get<plugins::Options>(parsed));
   if (!panel.Join()) return 1;
+  bool has_viewer_ended = false;
+  std::signal(SIGQUIT, SIG_DFL);  // which EFL would call "quit" too
+  ecore_event_handler_add(ECORE_EVENT_SIGNAL_EXIT, &NoteEnd, &has_viewer_ended);
   elm_run();  // ends by SIGINT, by SIGTERM, and when the viewer ends
   panel.Leave();
   elm_shutdown();
+  // Waits for the next viewer as it did for the first.
+  if (has_viewer_ended) ::execv("/proc/self/exe", argv);
 }

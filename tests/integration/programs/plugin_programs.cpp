@@ -38,18 +38,23 @@ std::unique_ptr<ChildProcess> PluginPrograms::StartPanel(
   std::vector<std::string> arguments = {"--name", name, "--type", type, "--colour", colour};
   arguments.insert(arguments.end(), more.begin(), more.end());
   auto plugin = std::make_unique<ChildProcess>(Options(KAVREL_PANEL_PROGRAM, arguments));
-  // Channel and window come up each in its own time. What is asked for after the keys comes after
-  // them.
+  AwaitPanel(viewer, *plugin, name);
+  return plugin;
+}
+
+// Channel and window come up each in its own time. What is asked for after the keys comes after
+// them.
+void PluginPrograms::AwaitPanel(ChildProcess& viewer, ChildProcess& panel,
+                                const std::string& name) {
   const std::string prefix = "plug-in " + name + ": ";
   const auto has_said = [&](const char* what) {
     return viewer.output().find(prefix + what) != std::string::npos;
   };
   while (!has_said("shown\n") || !has_said("window on layer")) {
     if (viewer.WaitForLine(prefix)) continue;
-    ADD_FAILURE() << viewer.output() << viewer.errors() << plugin->errors();
+    ADD_FAILURE() << viewer.output() << viewer.errors() << panel.errors();
     break;
   }
-  return plugin;
 }
 
 std::unique_ptr<ChildProcess> PluginPrograms::StartListener(

@@ -36,6 +36,8 @@ class PluginPrograms : public Programs {
   std::unique_ptr<ChildProcess> StartPanel(ChildProcess& viewer, const std::string& name,
                                            const std::string& type, const std::string& colour,
                                            const std::vector<std::string>& more = {}) const;
+  /// Waits until the viewer shows the panel and knows its keys.
+  static void AwaitPanel(ChildProcess& viewer, ChildProcess& panel, const std::string& name);
   /// A plug-in without a window, with its keys known to the viewer.
   std::unique_ptr<ChildProcess> StartListener(ChildProcess& viewer, const std::string& name,
                                               const std::vector<std::string>& more) const;

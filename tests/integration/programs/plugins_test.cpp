@@ -93,6 +93,22 @@ TEST_F(Plugins, ComeBackToARestartedViewer) {
   Expect(*listener, "released XF86Green");
 }
 
+TEST_F(Plugins, ComeBackWithTheirWindowsToo) {
+  auto viewer = StartViewer();
+  const auto panel = StartPanel(*viewer, "hbbtv", "5", "204080", {"--key", "XF86Red"});
+  for (int round = 0; round < 2; ++round) {
+    viewer->Kill();
+    Expect(*panel, "left");
+    viewer = StartViewer();
+    AwaitPanel(*viewer, *panel, "hbbtv");
+    EXPECT_EQ(ListPlugins()[0]["layer"], 7);
+    EXPECT_EQ(SendKey("XF86Red", {"--release"})["plugin"], "hbbtv");
+    Expect(*panel, "released XF86Red");
+  }
+  panel->Signal(SIGTERM);
+  EXPECT_EQ(panel->WaitForExit(), 0);
+}
+
 TEST_F(Plugins, BelongToTheFirstViewerOfABus) {
   const auto first = StartViewer();
   const auto second = StartViewer({"--app-id", "org.zarnet.second"});
