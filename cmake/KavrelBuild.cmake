@@ -1,5 +1,7 @@
 # How every target of this project is compiled: language level, warnings, hardening, sanitizers.
 
+get_filename_component(KAVREL_ROOT ${CMAKE_CURRENT_LIST_DIR} DIRECTORY)
+
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
@@ -8,6 +10,8 @@ set(CMAKE_CXX_VISIBILITY_PRESET hidden)
 set(CMAKE_C_VISIBILITY_PRESET hidden)
 set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+include(CheckPIESupported)
+check_pie_supported()  # compiled so, programs are linked so too
 
 # Programs and libraries find ours beside them, in the build tree and wherever they are installed.
 set(CMAKE_INSTALL_RPATH "$ORIGIN;$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")

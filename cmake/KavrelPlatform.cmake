@@ -16,19 +16,12 @@ function(kavrel_platform_library service)
   if(KAVREL_SANITIZE)
     set_target_properties(${service} PROPERTIES LINK_OPTIONS "")
   endif()
-  set_target_properties(${service} PROPERTIES SOVERSION 0 VERSION 0.1.0)
+  set_target_properties(${service} PROPERTIES SOVERSION 0 VERSION ${PROJECT_VERSION})
   # In the library's export set: who links the library finds the services that it needs.
   install(TARGETS ${service} EXPORT KavrelApiTargets LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
           COMPONENT platform NAMELINK_COMPONENT platform-development)
   install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT platform-development)
-  kavrel_platform_pkgconfig(${service})
-endfunction()
-
-function(kavrel_platform_pkgconfig service)
-  configure_file(${PROJECT_SOURCE_DIR}/packaging/platform.pc.in
-                 ${CMAKE_CURRENT_BINARY_DIR}/${service}.pc @ONLY)
-  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/${service}.pc
-          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT platform-development)
+  kavrel_pkgconfig(${service} ${KAVREL_ROOT}/packaging/platform.pc.in platform-development)
 endfunction()
 
 # kavrel_system_platform(<service>...): Platform::<service> from the system's own libraries.

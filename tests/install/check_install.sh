@@ -21,8 +21,7 @@ export PKG_CONFIG_PATH=$libraries/pkgconfig
 export KAVREL_RUNTIME_DIR=$work/run KAVREL_STATE_DIR=$work/state
 
 example=$source/examples/first_client
-# The .pc file names the prefix of the configuration; this prefix is a different one.
-flags=$(pkg-config --define-variable=prefix="$prefix" --cflags --libs kavrel-api)
+flags=$(pkg-config --cflags --libs kavrel-api)
 # shellcheck disable=SC2086 # flags are several words
 "$cxx" -std=c++17 -Wall -Wextra -Wpedantic -Werror $sanitize "$example/main.cpp" $flags \
   -Wl,-rpath-link,"$libraries" -o "$work/with-pkg-config"
