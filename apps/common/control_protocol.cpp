@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <memory>
 
 namespace kavrel_programs {
@@ -41,7 +42,7 @@ bool DecodeKey(const ControlParcel& parcel, ControlRequest& request) {
   const auto released = parcel.ReadBool();
   const auto device = parcel.ReadInt();
   if (!key || !released || !device) return false;
-  if (!KeyMistake(*key).empty() || *device < 0 || *device >= kKeyDeviceCount) return false;
+  if (!KeyMistake(*key).empty() || *device < 0 || *device >= std::ssize(kKeyDevices)) return false;
   request.key = *key;
   request.released = *released;
   request.device = *device;
@@ -71,6 +72,18 @@ std::string KeyMistake(const std::string& text) {
   const bool valid =
       !text.empty() && text.size() <= kLongestKey && std::all_of(text.begin(), text.end(), allowed);
   return valid ? "" : '"' + text + "\" is not a key (1 to 64 letters, digits, '_', '-' and '+')";
+}
+
+std::string KeyDeviceList() {
+  std::string list;
+  for (const char* device : kKeyDevices) list += (list.empty() ? "" : ", ") + std::string(device);
+  return list;
+}
+
+std::optional<int> FindKeyDevice(const std::string& name) {
+  const auto* const found = std::find(kKeyDevices.begin(), kKeyDevices.end(), name);
+  if (found == kKeyDevices.end()) return std::nullopt;
+  return static_cast<int>(found - kKeyDevices.begin());
 }
 
 ControlParcel ControlParcel::Create() {

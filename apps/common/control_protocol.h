@@ -9,6 +9,7 @@
 
 #include <rpc-port.h>
 
+#include <array>
 #include <optional>
 #include <string>
 #include <utility>
@@ -39,8 +40,7 @@ enum class ControlCommand {
 //   "window_size", "teletext", "language"
 
 /// The devices of IViewerHost::DispatchInput, and as people name them.
-inline constexpr const char* kKeyDevices[] = {"ir", "panel", "sr", "vr", "other"};
-inline constexpr int kKeyDeviceCount = 5;
+inline constexpr std::array kKeyDevices = {"ir", "panel", "sr", "vr", "other"};
 
 struct ControlRequest {
   ControlCommand command = ControlCommand::kPlugins;
@@ -56,6 +56,11 @@ struct ControlReply {
 
 /// What is wrong with `text` as the name of a key; empty when nothing is.
 std::string KeyMistake(const std::string& text);
+
+/// "ir, panel, sr, vr, other"
+std::string KeyDeviceList();
+/// The number of the device of that name, or nothing.
+std::optional<int> FindKeyDevice(const std::string& name);
 
 /// Owns a parcel. One thread.
 class ControlParcel {

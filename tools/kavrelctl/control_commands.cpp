@@ -3,7 +3,6 @@
 #include <glib.h>
 #include <printable.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -159,16 +158,17 @@ void AddKeysCommand(CommandLine& line) {
       ->required()
       ->check(Check(&kavrel_programs::KeyMistake));
   command->add_flag("--release", request->released, "The key is released, not pressed");
-  const std::vector<std::string> devices(std::begin(kavrel_programs::kKeyDevices),
-                                         std::end(kavrel_programs::kKeyDevices));
-  command->add_option("--device", *device, "What it comes from: ir, panel, sr, vr, other [ir]")
+  const std::vector<std::string> devices(kavrel_programs::kKeyDevices.begin(),
+                                         kavrel_programs::kKeyDevices.end());
+  command
+      ->add_option("--device", *device,
+                   "What it comes from: " + kavrel_programs::KeyDeviceList() + " [" + *device + ']')
       ->type_name("DEVICE")
       ->check(CLI::IsMember(devices));
   AddConnectionOptions(*command, line.settings);
   AddOutputOptions(*command, line.settings);
-  command->callback([&line, request, device, devices] {
-    const auto place = std::find(devices.begin(), devices.end(), *device);
-    request->device = static_cast<int>(place - devices.begin());
+  command->callback([&line, request, device] {
+    request->device = kavrel_programs::FindKeyDevice(*device).value();
     line.action = [&line, request] { return RunKeysSend(*request, line.settings); };
   });
 }

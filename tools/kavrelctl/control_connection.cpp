@@ -3,8 +3,9 @@
 #include <rpc-port.h>
 
 #include <cerrno>
-#include <cstdio>
 #include <memory>
+
+#include "failure_texts.h"
 
 namespace kavrelctl {
 namespace {
@@ -22,37 +23,22 @@ Proxy MakeProxy() {
   return Proxy(rpc_port_proxy_create(&handle) == 0 ? handle : nullptr);
 }
 
-std::string Name(const Settings& settings) {
-  return "the viewer \"" + settings.app_id + '"';
-}
-
-std::string Limit(const Settings& settings) {
-  char text[32];
-  (void)std::snprintf(text, sizeof text, "%g s", EffectiveTimeoutSeconds(settings));
-  return text;
-}
-
-std::string Silence(const Settings& settings) {
-  return "it does not answer (limit " + Limit(settings) +
-         "); it may be stopped or busy, or wait longer with --timeout";
-}
-
 std::string ConnectFailure(int error, const Settings& settings) {
   switch (error) {
     case -EACCES:
-      return "it does not serve this user, or its runtime directory is not to be trusted";
+      return kNotPermitted;
     case -EIO:
       return "nobody listens on its control port, which kavrel-viewer has and other viewers have "
              "not; start one with kavrel-viewer, or name another with --app-id";
     case -ETIMEDOUT:
-      return Silence(settings);
+      return SilenceText(settings);
     default:
       return "no connection can be made";
   }
 }
 
 std::string CallFailure(int error, const Settings& settings) {
-  if (error == -ETIMEDOUT) return Silence(settings);
+  if (error == -ETIMEDOUT) return SilenceText(settings);
   if (error == -EPIPE) return "it ended the connection";
   return "its answer cannot be understood";
 }
@@ -62,7 +48,7 @@ std::string CallFailure(int error, const Settings& settings) {
 std::variant<std::string, ControlFailure> AskViewer(const ControlRequest& request,
                                                     const Settings& settings) {
   const Proxy proxy = MakeProxy();
-  const std::string name = Name(settings);
+  const std::string name = ViewerName(settings);
   if (proxy == nullptr) return ControlFailure{"cannot reach " + name + ": no memory"};
   int error = rpc_port_proxy_connect_sync(proxy.get(), settings.app_id.c_str(),
                                           kavrel_programs::kControlPort);

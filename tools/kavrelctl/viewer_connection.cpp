@@ -3,8 +3,8 @@
 #include <kavrel/app_api.h>
 
 #include <algorithm>
-#include <cstdio>
 
+#include "failure_texts.h"
 #include "method_names.h"
 
 namespace kavrelctl {
@@ -31,20 +31,10 @@ std::string LoggedReason(const std::vector<LogLine>& errors) {
   return " (log: " + (arrow == std::string::npos ? text : text.substr(arrow + 3)) + ')';
 }
 
-std::string Limit(const Settings& settings) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%g s", EffectiveTimeoutSeconds(settings));
-  return text;
-}
-
 }  // namespace
 
 ViewerConnection::~ViewerConnection() {
   if (handle_ != nullptr) kavrel_api_destroy(handle_);
-}
-
-std::string ViewerConnection::Name() const {
-  return "the viewer \"" + settings_.app_id + '"';
 }
 
 bool ViewerConnection::IsTimeUp(Clock::time_point begin) const {
@@ -67,16 +57,15 @@ std::optional<std::string> ViewerConnection::Connect() {
 }
 
 std::string ViewerConnection::ConnectFailure(const std::vector<LogLine>& errors) const {
-  std::string message = "cannot reach " + Name() + ": ";
+  std::string message = "cannot reach " + ViewerName(settings_) + ": ";
   if (Mention(errors, "PermissionDeniedException")) {
-    message += "it does not serve this user, or its runtime directory is not to be trusted";
+    message += kNotPermitted;
   } else if (Mention(errors, "InvalidIDException")) {
     message += "this is not an application id";
   } else if (Mention(errors, "InvalidIOException")) {
     message += "nobody listens; start one with kavrel-viewer, or name another with --app-id";
   } else if (handle_ != nullptr) {
-    message += "it does not answer (limit " + Limit(settings_) +
-               "); it may be stopped or busy, or wait longer with --timeout";
+    message += SilenceText(settings_);
   } else {
     message += "no connection can be made";
   }
@@ -100,13 +89,13 @@ std::string ViewerConnection::CallFailure(const std::vector<LogLine>& errors,
   const std::string name = KebabName(method.info->name);
   std::string message;
   if (IsTimeUp(begin)) {
-    message = Name() + " does not answer " + name + " within " + Limit(settings_) +
-              "; it may be stopped or busy, or wait longer with --timeout";
+    message = ViewerName(settings_) + " does not answer " + name + " within " +
+              LimitText(settings_) + kWaitLonger;
   } else if (Mention(errors, "InvalidProtocolException")) {
-    message = Name() + " ended the connection without an answer to " + name;
+    message = ViewerName(settings_) + " ended the connection without an answer to " + name;
   } else {
-    message =
-        "cannot send " + name + " to " + Name() + ": it has gone, or the request is too large";
+    message = "cannot send " + name + " to " + ViewerName(settings_) +
+              ": it has gone, or the request is too large";
   }
   return message + LoggedReason(errors);
 }

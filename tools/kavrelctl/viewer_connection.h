@@ -32,7 +32,6 @@ class ViewerConnection {
  private:
   using Clock = std::chrono::steady_clock;
 
-  std::string Name() const;
   bool IsTimeUp(Clock::time_point begin) const;
   std::string ConnectFailure(const std::vector<LogLine>& errors) const;
   std::string CallFailure(const std::vector<LogLine>& errors, const CallableMethod& method,
