@@ -86,6 +86,11 @@ std::optional<int> FindKeyDevice(const std::string& name) {
   return static_cast<int>(found - kKeyDevices.begin());
 }
 
+std::string KeyDeviceName(int device) {
+  const bool known = device >= 0 && device < std::ssize(kKeyDevices);
+  return known ? kKeyDevices.at(static_cast<std::size_t>(device)) : std::to_string(device);
+}
+
 ControlParcel ControlParcel::Create() {
   rpc_port_parcel_h handle = nullptr;
   return ControlParcel(rpc_port_parcel_create(&handle) == 0 ? handle : nullptr);
@@ -158,6 +163,9 @@ std::optional<ControlRequest> DecodeControlRequest(const ControlParcel& parcel) 
     case ControlCommand::kPlugins:
     case ControlCommand::kScreenshot:
     case ControlCommand::kScreen:
+    case ControlCommand::kFollow:
+    case ControlCommand::kLook:
+    case ControlCommand::kAbout:
       break;
     default:
       return std::nullopt;

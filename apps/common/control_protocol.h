@@ -5,6 +5,10 @@
 // A request is one parcel: int32 command, then its arguments. The answer is one or more parcels
 // with the request's sequence number: int32 result, int32 number of parcels that follow, text. The
 // texts put together are the answer: JSON, a PNG in base 64, or why the request is refused.
+//
+// A client that follows gets, on its callback port, one more such answer to that request for each
+// thing that happens (journal.h has the events). The answers to kFollow and kLook name the number
+// of the last event: those up to it are on their way when the answer comes.
 #pragma once
 
 #include <rpc-port.h>
@@ -23,6 +27,9 @@ enum class ControlCommand {
   kKey = 2,         ///< a key: who took it, as JSON
   kScreenshot = 3,  ///< a picture of the screen, as PNG in base 64
   kScreen = 4,      ///< what is on the screen, as JSON; see below
+  kFollow = 5,      ///< be told what happens from now on
+  kLook = 6,        ///< tell the followers now what others have set in the published state
+  kAbout = 7,       ///< version, process and clients, as JSON
 };
 
 // The answer to kScreen, an object:
@@ -61,6 +68,8 @@ std::string KeyMistake(const std::string& text);
 std::string KeyDeviceList();
 /// The number of the device of that name, or nothing.
 std::optional<int> FindKeyDevice(const std::string& name);
+/// "ir"; the number stands for itself when no device has it.
+std::string KeyDeviceName(int device);
 
 /// Owns a parcel. One thread.
 class ControlParcel {

@@ -22,6 +22,7 @@
 #include <stdexcept>
 
 #include "control_port.h"
+#include "journal.h"
 #include "keyboard.h"
 #include "main_loop.h"
 #include "operation_log.h"
@@ -75,7 +76,8 @@ void SaveScreenshot(const std::string& path, Screen& screen, const Window& windo
 }
 
 // The viewer with its screen, from the moment at which clients can connect.
-int Show(const Options& options, Television& television, OperationLog& log) {
+int Show(const Options& options, Television& television, OperationLog& log,
+         const ClientList& clients) {
   Window window(options.headless);
   MainLoop loop;
   window.OnClose([&loop] { loop.Stop(); });
@@ -87,8 +89,11 @@ int Show(const Options& options, Television& television, OperationLog& log) {
   });
   RemoteControl remote_control(plugins.get(), television, log);
   const Keyboard keyboard(remote_control);
-  const ControlPort control(plugins.get(), remote_control, television, screen, window);
-  const StatePublisher publisher(television, window.number());
+  StatePublisher publisher(television, window.number());
+  Journal journal(log, television);
+  publisher.OnWrite([&journal](const char* key) { journal.Published(key); });
+  const ControlPort control(
+      {plugins.get(), remote_control, television, screen, window, journal, clients});
   TellReady(options);
   loop.Run(plugins != nullptr);
   SaveScreenshot(options.screenshot, screen, window);
@@ -100,13 +105,14 @@ int Serve(const Options& options) {
   OperationLog log(STDOUT_FILENO,
                    options.json ? OperationLog::Format::kJson : OperationLog::Format::kText);
   television.AddListener([&log](const Change& change) { log.AddEffect(change.text); });
+  ClientList clients;
   stub::KavrelAppApi app_api;
-  app_api.Listen(std::make_shared<ServiceFactory>(television, log));
+  app_api.Listen(std::make_shared<ServiceFactory>(television, log, clients));
   if (!IsReachable(options.app_id)) {
     return CannotListen(options, "clients cannot connect; the log tells why");
   }
   // Only now: the state of a viewer that serves already is not this one's to write.
-  return Show(options, television, log);
+  return Show(options, television, log, clients);
 }
 
 int Main(int argc, char** argv) {

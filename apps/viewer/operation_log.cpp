@@ -30,21 +30,23 @@ std::string TextOf(const ordered_json& value) {
 
 void OperationLog::Write(const Operation& operation) {
   ++sequence_;
-  writer_.Write(format_ == Format::kJson ? JsonLine(operation) : TextLine(operation));
-  effects_.clear();
+  if (format_ == Format::kText) writer_.Write(TextLine(operation));
+  End(format_ == Format::kJson || listener_ ? JsonLine(operation) : ordered_json());
 }
 
 void OperationLog::WriteEvent(const std::string& text, const std::string& event,
                               const ordered_json& fields) {
-  if (format_ == Format::kText) {
-    writer_.Write(Printable(text) + Effects());
-  } else {
-    ordered_json line = {{"event", event}};
-    line.update(fields);
-    if (!effects_.empty()) line["effects"] = effects_;
-    writer_.Write(Dumped(line));
-  }
+  if (format_ == Format::kText) writer_.Write(Printable(text) + Effects());
+  ordered_json line = {{"event", event}};
+  line.update(fields);
+  if (!effects_.empty()) line["effects"] = effects_;
+  End(line);
+}
+
+void OperationLog::End(const ordered_json& line) {
+  if (format_ == Format::kJson) writer_.Write(Dumped(line));
   effects_.clear();
+  if (listener_) listener_(line);
 }
 
 // #7 kavrelctl MoveSelectionWindowTo(9, 9) = true: selection window at 9,9, 960x540
@@ -73,8 +75,8 @@ std::string OperationLog::Effects() const {
   return text;
 }
 
-std::string OperationLog::JsonLine(const Operation& operation) const {
-  const ordered_json line = {
+ordered_json OperationLog::JsonLine(const Operation& operation) const {
+  return {
       {"sequence", sequence_},
       {"client", {{"sender", operation.sender}, {"instance", operation.instance}}},
       {"method", operation.method.name},
@@ -83,7 +85,6 @@ std::string OperationLog::JsonLine(const Operation& operation) const {
       {"result", operation.result},
       {"effects", effects_},
   };
-  return Dumped(line);
 }
 
 }  // namespace viewer

@@ -3,6 +3,7 @@
 
 #include <kavrel/tidl/KavrelAppApiMethods.h>
 
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
@@ -28,6 +29,11 @@ class OperationLog {
 
   OperationLog(int fd, Format format) : writer_(fd), format_(format) {}
 
+  /// `listener` is told each line as it is written for programs, instead of an earlier one; null:
+  /// nobody is.
+  using Listener = std::function<void(const nlohmann::ordered_json& line)>;
+  void SetListener(Listener listener) { listener_ = std::move(listener); }
+
   /// Something that the operation under way does; stands in its line.
   void AddEffect(const std::string& text) { effects_.push_back(text); }
 
@@ -42,11 +48,13 @@ class OperationLog {
 
  private:
   std::string TextLine(const Operation& operation) const;
-  std::string JsonLine(const Operation& operation) const;
+  nlohmann::ordered_json JsonLine(const Operation& operation) const;
+  void End(const nlohmann::ordered_json& line);
   std::string Effects() const;
 
   LineWriter writer_;
   Format format_;
+  Listener listener_;
   unsigned long sequence_ = 0;
   std::vector<std::string> effects_;
 };

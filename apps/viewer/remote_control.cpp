@@ -1,5 +1,7 @@
 #include "remote_control.h"
 
+#include <control_protocol.h>
+
 namespace viewer {
 
 using nlohmann::ordered_json;
@@ -44,8 +46,9 @@ RemoteControl::Outcome RemoteControl::Handle(const std::string& key, PluginHost:
   } else if (press == PluginHost::Press::kPressed && Use(key)) {
     outcome.by = TakenBy::kViewer;
   }
-  log_.WriteEvent("key " + key + ' ' + NameOf(press) + ", " + TextOf(outcome), "key",
-                  Describe(key, press, outcome));
+  ordered_json fields = Describe(key, press, outcome);
+  fields["device"] = kavrel_programs::KeyDeviceName(device);
+  log_.WriteEvent("key " + key + ' ' + NameOf(press) + ", " + TextOf(outcome), "key", fields);
   return outcome;
 }
 

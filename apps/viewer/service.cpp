@@ -47,9 +47,18 @@ std::string Joined(const std::vector<std::string>& texts) {
 
 }  // namespace
 
+std::vector<std::string> ClientList::Senders() const {
+  std::vector<std::string> senders;
+  for (const auto& [instance, sender] : senders_) senders.push_back(sender);
+  return senders;
+}
+
 Service::Service(std::string sender, std::string instance, Television& television,
-                 OperationLog& log)
-    : ServiceBase(std::move(sender), std::move(instance)), television_(television), log_(log) {}
+                 OperationLog& log, ClientList& clients)
+    : ServiceBase(std::move(sender), std::move(instance)),
+      television_(television),
+      log_(log),
+      clients_(clients) {}
 
 template <class Method, class Act, class... Arguments>
 typename Method::Result Service::Serve(const Act& act, Arguments&... arguments) {
@@ -361,7 +370,8 @@ int Service::CheckStateForVistane(int& state) {
 
 std::unique_ptr<stub::KavrelAppApi::ServiceBase> ServiceFactory::MakeService(std::string sender,
                                                                              std::string instance) {
-  return std::make_unique<Service>(std::move(sender), std::move(instance), television_, log_);
+  return std::make_unique<Service>(std::move(sender), std::move(instance), television_, log_,
+                                   clients_);
 }
 
 }  // namespace viewer

@@ -4,6 +4,7 @@
 
 #include <kavrel/tidl/KavrelAppApiStub.h>
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -15,14 +16,27 @@ namespace viewer {
 
 namespace stub = rpc_port::KavrelAppApiStub::stub;
 
+/// The clients that are connected. Belongs to the viewer's main thread.
+class ClientList {
+ public:
+  void Add(const std::string& instance, const std::string& sender) { senders_[instance] = sender; }
+  void Remove(const std::string& instance) { senders_.erase(instance); }
+  /// Their application ids, one for each connection.
+  std::vector<std::string> Senders() const;
+
+ private:
+  std::map<std::string, std::string> senders_;  // by connection
+};
+
 /// Belongs to the viewer's main thread, where its operations are called.
 class Service final : public stub::KavrelAppApi::ServiceBase {
  public:
-  /// `television` and `log` outlive the service.
-  Service(std::string sender, std::string instance, Television& television, OperationLog& log);
+  /// `television`, `log` and `clients` outlive the service.
+  Service(std::string sender, std::string instance, Television& television, OperationLog& log,
+          ClientList& clients);
 
-  void OnClientConnected() override {}
-  void OnClientDisconnected() override {}
+  void OnClientConnected() override { clients_.Add(GetInstance(), GetSender()); }
+  void OnClientDisconnected() override { clients_.Remove(GetInstance()); }
 
   void ChangeSource(std::string type, std::string number, std::string label,
                     std::string caller) override;
@@ -95,12 +109,14 @@ class Service final : public stub::KavrelAppApi::ServiceBase {
 
   Television& television_;
   OperationLog& log_;
+  ClientList& clients_;
 };
 
 /// Makes a service for every client that connects. Belongs to the viewer's main thread.
 class ServiceFactory final : public stub::KavrelAppApi::ServiceBase::Factory {
  public:
-  ServiceFactory(Television& television, OperationLog& log) : television_(television), log_(log) {}
+  ServiceFactory(Television& television, OperationLog& log, ClientList& clients)
+      : television_(television), log_(log), clients_(clients) {}
 
   std::unique_ptr<stub::KavrelAppApi::ServiceBase> MakeService(std::string sender,
                                                                std::string instance) override;
@@ -108,6 +124,7 @@ class ServiceFactory final : public stub::KavrelAppApi::ServiceBase::Factory {
  private:
   Television& television_;
   OperationLog& log_;
+  ClientList& clients_;
 };
 
 }  // namespace viewer

@@ -91,6 +91,7 @@ template <class Write>
 void StatePublisher::Update(const char* key, Value value, const Write& write) {
   const auto known = published_.find(key);
   if (known != published_.end() && known->second == value) return;
+  if (written_) written_(key);
   if (write() == 0) {
     published_.insert_or_assign(key, std::move(value));
   } else {

@@ -1,6 +1,7 @@
 // Publishes the television's state in the state store, where any program reads and watches it.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <variant>
@@ -23,6 +24,9 @@ class StatePublisher {
   /// Leaves word that no viewer runs any more: no banners, state "stopped".
   ~StatePublisher();
 
+  /// `listener` is told the key of each value that is written.
+  void OnWrite(std::function<void(const char* key)> listener) { written_ = std::move(listener); }
+
  private:
   using Value = std::variant<int, std::string>;
   using NumberSetter = int (*)(int value);
@@ -37,6 +41,7 @@ class StatePublisher {
   void Update(const char* key, Value value, const Write& write);
 
   const Television& television_;
+  std::function<void(const char* key)> written_;
   std::map<std::string, Value> published_;  // by key
 };
 

@@ -128,7 +128,7 @@ TEST_F(Plugins, AreToldInJsonToo) {
   SendKey("7");
   EXPECT_EQ(json::parse(viewer->WaitForLine("\"key\"").value_or("{}")),
             json::parse(R"({"event":"key","key":"7","type":"pressed","taken_by":"viewer",
-      "plugin":null,"exclusive":false,"effects":["channel 7 News on DVB-T"]})"));
+      "plugin":null,"exclusive":false,"device":"ir","effects":["channel 7 News on DVB-T"]})"));
 }
 
 TEST_F(Plugins, ExplainWrongUsage) {
