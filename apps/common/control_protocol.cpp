@@ -49,19 +49,6 @@ bool DecodeKey(const ControlParcel& parcel, ControlRequest& request) {
   return true;
 }
 
-// One part of a reply: how many follow, or nothing when it is not the one that is due.
-std::optional<int> DecodePart(const ControlParcel& parcel, ControlReply& reply) {
-  const auto result = parcel.ReadInt();
-  const auto left = parcel.ReadInt();
-  const auto text = parcel.ReadText();
-  if (!result || !left || !text || *left < 0 || *left >= kMostParts || HasMore(parcel)) {
-    return std::nullopt;
-  }
-  reply.done = *result == kDone;
-  reply.text += *text;
-  return left;
-}
-
 }  // namespace
 
 std::string KeyMistake(const std::string& text) {
@@ -190,6 +177,18 @@ bool SendControlReply(rpc_port_h port, int sequence, const ControlReply& reply) 
   return true;
 }
 
+std::optional<int> DecodeControlPart(const ControlParcel& parcel, ControlReply& reply) {
+  const auto result = parcel.ReadInt();
+  const auto left = parcel.ReadInt();
+  const auto text = parcel.ReadText();
+  if (!result || !left || !text || *left < 0 || *left >= kMostParts || HasMore(parcel)) {
+    return std::nullopt;
+  }
+  reply.done = *result == kDone;
+  reply.text += *text;
+  return left;
+}
+
 std::optional<ControlReply> ReadControlReply(rpc_port_h port, int sequence, int& error) {
   ControlReply reply;
   std::optional<int> expected;
@@ -198,7 +197,7 @@ std::optional<ControlReply> ReadControlReply(rpc_port_h port, int sequence, int&
     if (!parcel) return std::nullopt;
     // An answer to something else, say one that came too late.
     if (parcel.Sequence() != sequence) continue;
-    const auto left = DecodePart(parcel, reply);
+    const auto left = DecodeControlPart(parcel, reply);
     if (!left || (expected && *left != *expected - 1)) {
       error = -EBADMSG;
       return std::nullopt;

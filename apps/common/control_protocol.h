@@ -109,6 +109,9 @@ std::optional<ControlRequest> DecodeControlRequest(const ControlParcel& parcel);
 /// False when it cannot be sent. An answer that is too large becomes a refusal.
 bool SendControlReply(rpc_port_h port, int sequence, const ControlReply& reply);
 
+/// Adds one part to a reply. Returns how many follow, or nothing when the parcel is no part of one.
+std::optional<int> DecodeControlPart(const ControlParcel& parcel, ControlReply& reply);
+
 /// Waits for the answer to the request of that number. Nothing, and `error` negative, when none
 /// comes or when what comes is not one.
 std::optional<ControlReply> ReadControlReply(rpc_port_h port, int sequence, int& error);

@@ -3,25 +3,21 @@
 #include <rpc-port.h>
 
 #include <cerrno>
-#include <memory>
+#include <utility>
 
 #include "failure_texts.h"
 
 namespace kavrelctl {
 namespace {
 
+// The viewer sends no event larger than this.
+constexpr std::size_t kLargestEvent = 4 * 1024 * 1024;
+
+using kavrel_programs::ControlCommand;
+using kavrel_programs::ControlParcel;
 using kavrel_programs::ControlReply;
 using kavrel_programs::ControlRequest;
-
-struct DestroyProxy {
-  void operator()(void* proxy) const { rpc_port_proxy_destroy(proxy); }
-};
-using Proxy = std::unique_ptr<void, DestroyProxy>;
-
-Proxy MakeProxy() {
-  rpc_port_proxy_h handle = nullptr;
-  return Proxy(rpc_port_proxy_create(&handle) == 0 ? handle : nullptr);
-}
+using nlohmann::ordered_json;
 
 std::string ConnectFailure(int error, const Settings& settings) {
   switch (error) {
@@ -45,25 +41,91 @@ std::string CallFailure(int error, const Settings& settings) {
 
 }  // namespace
 
-std::variant<std::string, ControlFailure> AskViewer(const ControlRequest& request,
-                                                    const Settings& settings) {
-  const Proxy proxy = MakeProxy();
-  const std::string name = ViewerName(settings);
-  if (proxy == nullptr) return ControlFailure{"cannot reach " + name + ": no memory"};
-  int error = rpc_port_proxy_connect_sync(proxy.get(), settings.app_id.c_str(),
-                                          kavrel_programs::kControlPort);
-  if (error != 0) {
-    return ControlFailure{"cannot reach " + name + ": " + ConnectFailure(error, settings)};
-  }
-  rpc_port_h port = nullptr;
+ControlConnection::~ControlConnection() {
+  if (proxy_ != nullptr) rpc_port_proxy_destroy(proxy_);
+}
+
+std::optional<ControlFailure> ControlConnection::Connect() {
+  const std::string where = "cannot reach " + ViewerName(settings_) + ": ";
+  if (rpc_port_proxy_create(&proxy_) != 0) return ControlFailure{where + "no memory"};
+  rpc_port_proxy_add_received_event_cb(proxy_, &ControlConnection::Received, this);
+  rpc_port_proxy_add_disconnected_event_cb(proxy_, &ControlConnection::Disconnected, this);
+  int error =
+      rpc_port_proxy_connect_sync(proxy_, settings_.app_id.c_str(), kavrel_programs::kControlPort);
+  if (error == 0) error = rpc_port_proxy_get_port(proxy_, RPC_PORT_PORT_MAIN, &port_);
+  if (error == 0) error = rpc_port_proxy_get_port(proxy_, RPC_PORT_PORT_CALLBACK, &events_);
+  if (error != 0) return ControlFailure{where + ConnectFailure(error, settings_)};
+  return std::nullopt;
+}
+
+ControlAnswer ControlConnection::Ask(const ControlRequest& request) {
+  const std::string name = ViewerName(settings_);
   int sequence = 0;
-  error = rpc_port_proxy_get_port(proxy.get(), RPC_PORT_PORT_MAIN, &port);
-  if (error == 0) error = kavrel_programs::SendControlRequest(port, request, sequence);
-  if (error != 0) return ControlFailure{"cannot ask " + name + ": " + CallFailure(error, settings)};
-  const auto reply = kavrel_programs::ReadControlReply(port, sequence, error);
-  if (!reply) return ControlFailure{"no answer from " + name + ": " + CallFailure(error, settings)};
-  if (!reply->done) return ControlFailure{name + " refuses: " + reply->text};
+  int error = kavrel_programs::SendControlRequest(port_, request, sequence);
+  if (error != 0)
+    return ControlFailure{"cannot ask " + name + ": " + CallFailure(error, settings_)};
+  const auto reply = kavrel_programs::ReadControlReply(port_, sequence, error);
+  if (!reply) {
+    return ControlFailure{"no answer from " + name + ": " + CallFailure(error, settings_)};
+  }
+  if (!reply->done) return ControlFailure{name + " refuses: " + reply->text, true};
   return reply->text;
+}
+
+std::variant<ordered_json, ControlFailure> ControlConnection::AskJson(ControlCommand command) {
+  ControlRequest request;
+  request.command = command;
+  ControlAnswer answer = Ask(request);
+  if (auto* failure = std::get_if<ControlFailure>(&answer)) return std::move(*failure);
+  ordered_json json = ordered_json::parse(std::get<std::string>(answer), nullptr, false);
+  if (json.is_discarded()) {
+    return ControlFailure{"the answer of " + ViewerName(settings_) + " cannot be understood"};
+  }
+  return json;
+}
+
+std::optional<ControlFailure> ControlConnection::Follow(OnEvent on_event) {
+  on_event_ = std::move(on_event);
+  const auto answer = AskJson(ControlCommand::kFollow);
+  const auto* const failure = std::get_if<ControlFailure>(&answer);
+  return failure == nullptr ? std::nullopt : std::optional(*failure);
+}
+
+void ControlConnection::Received(const char* /*endpoint*/, const char* /*port_name*/, void* self) {
+  try {
+    static_cast<ControlConnection*>(self)->TakeEvent();
+  } catch (const std::exception&) {
+    static_cast<ControlConnection*>(self)->lost_ = true;  // an event that was missed
+  }
+}
+
+void ControlConnection::TakeEvent() {
+  int error = 0;
+  const ControlParcel parcel = ControlParcel::Take(events_, error);
+  if (!parcel) return;
+  ControlReply part;
+  const auto left = kavrel_programs::DecodeControlPart(parcel, part);
+  if (!left || partial_.size() + part.text.size() > kLargestEvent) {
+    lost_ = true;
+    return;
+  }
+  partial_ += part.text;
+  if (*left > 0) return;
+  ordered_json event = ordered_json::parse(std::exchange(partial_, {}), nullptr, false);
+  // One that was too large to be sent is none for whoever waits for something in particular.
+  if (!part.done || !event.is_object()) event = {{"event", "too_large"}};
+  if (on_event_) on_event_(std::move(event));
+}
+
+void ControlConnection::Disconnected(const char* /*endpoint*/, const char* /*port_name*/,
+                                     void* self) {
+  static_cast<ControlConnection*>(self)->lost_ = true;
+}
+
+ControlAnswer AskViewer(const ControlRequest& request, const Settings& settings) {
+  ControlConnection connection(settings);
+  if (auto failure = connection.Connect()) return std::move(*failure);
+  return connection.Ask(request);
 }
 
 }  // namespace kavrelctl
