@@ -1,4 +1,5 @@
-/* What a viewer can learn about its plug-ins: for a list on the screen, a log, a tool.
+/** @file
+ * What a viewer can learn about its plug-ins: for a list on the screen, a log, a tool.
  *
  *     if (const auto* list = dynamic_cast<const IPluginList*>(host)) {
  *       for (const IPluginList::Plugin& plugin : list->Plugins()) Print(plugin.name);
@@ -15,18 +16,20 @@
 #include <string>
 #include <vector>
 
-/// Thread: the one that runs the process's main loop. Belongs to the host.
+/// The plug-ins of a host. Thread: the one that runs the process's main loop. Belongs to the host.
 class IPluginList {
  public:
+  /// One registered plug-in.
   struct Plugin {
-    VIEWER_PLUGIN_TYPE type;
-    std::string name;
-    bool connected;       ///< whether the channel to it is up
-    CKeyRepository keys;  ///< those that it registered, the exclusive ones not included
+    VIEWER_PLUGIN_TYPE type;  ///< as it announced itself
+    std::string name;         ///< as it announced itself
+    bool connected;           ///< whether the channel to it is up
+    CKeyRepository keys;      ///< those that it registered, the exclusive ones not included
   };
 
+  /// One exclusive key.
   struct ExclusiveKey {
-    std::string key;
+    std::string key;                      ///< its name
     std::vector<std::string> requesters;  ///< the last one has the key; never empty
   };
 

@@ -1,4 +1,5 @@
-/* What a viewer does with its plug-ins. Made by KavrelAPI::CreateViewerHost().
+/** @file
+ * What a viewer does with its plug-ins. Made by KavrelAPI::CreateViewerHost().
  *
  * Plug-ins register by themselves as long as the host lives. Plug-ins of the types 0 to 3 stay
  * registered when they leave, and come back to their old place; the others are forgotten.
@@ -14,7 +15,7 @@
 
 #include <string>
 
-/* As EFL declares it; EFL's headers are not needed for a host without a window. */
+/** As EFL declares it; EFL's headers are not needed for a host without a window. */
 typedef struct _Eo_Opaque Evas_Object;
 
 /// Takes what plug-ins say to the viewer, and notices of their windows. Entry 0 of the message
@@ -34,16 +35,15 @@ typedef struct _Eo_Opaque Evas_Object;
 /// thread of the main loop; may call the host, and may destroy it. Must not throw.
 typedef void (*HostMessageCB)(CMessage& message, void* userData);
 
-/// Thread: all calls, and the callback, belong to the thread that runs the process's main loop. No
-/// call waits for a plug-in, except SendMessage() with `async` 0.
+/// The viewer's end. Thread: all calls, and the callback, belong to the thread that runs the
+/// process's main loop. No call waits for a plug-in, except SendMessage() with `async` 0.
 class IViewerHost {
  public:
   virtual ~IViewerHost() = default;
 
   /// Offers one key event to the plug-ins. It goes to the plug-in that requested the key
   /// exclusively last, else to the first one that registered the key: by type from 0 to 6, within a
-  /// type in the order in which they came. False when nobody wants it, and when the viewer itself
-  /// holds the key exclusively (under the name "kavrel").
+  /// type in the order in which they came.
   ///
   /// A plug-in that was killed while it held a key exclusively goes on holding it, and swallows it
   /// as long as it is registered: let go of it with ProcessUnregisteredExclusiveKey().
@@ -54,29 +54,53 @@ class IViewerHost {
   ///                     else another device
   /// @param consumer     set to the plug-in that took the key as registered one; left as it is when
   ///                     nobody did, and when the key was held exclusively
+  /// @return true when a plug-in gets the key (what it does with it is not known); false when
+  /// nobody
+  ///         wants it, and when the viewer itself holds the key exclusively (as "kavrel")
   virtual bool DispatchInput(const std::string& keyName, int keyType, int inputDevice,
                              std::string& consumer) = 0;
 
-  /// Sends `message` to the plug-in. With `async` 0 waits for its answer, at most 25 seconds, and
-  /// returns it; otherwise returns 1 once the message is on its way. 0 also when there is no such
-  /// plug-in or it is not connected.
+  /// Sends a message to a plug-in.
+  ///
+  /// @param pluginName  the plug-in's name
+  /// @param message     stays the caller's and may be sent again
+  /// @param async       0 waits for the answer, at most 25 seconds, in which the main loop stands
+  ///                    still; anything else does not wait
+  /// @return with `async` 0 the plug-in's answer; otherwise 1 once the message is on its way. 0
+  /// also
+  ///         when there is no such plug-in or it is not connected
   virtual int SendMessage(const std::string& pluginName, CMessage& message, int async) = 0;
 
-  /// The plug-in's window in the viewer's canvas, to move, resize, show or hide; null when it has
-  /// none. It belongs to the host and goes after "plugin_remove".
+  /// The plug-in's window in the viewer's canvas, to move, resize, show or hide.
+  ///
+  /// @param pluginName  the plug-in's name
+  /// @return the window's object, or null when the plug-in has none. It belongs to the host and
+  /// goes
+  ///         after "plugin_remove"
   virtual Evas_Object* GetPluginObject(const std::string& pluginName) = 0;
 
   /// Gives the key exclusively to the requester: a plug-in's name, registered or not, or "kavrel"
   /// for the viewer. Who held it before gets it back when the requester lets go. The key is grabbed
   /// on the viewer's window.
+  ///
+  /// @param keyName    the key's name, at most 255 bytes
+  /// @param requester  who is to have it, at most 255 bytes
   virtual void ProcessRegisteredExclusiveKey(const std::string& keyName,
                                              const std::string& requester) = 0;
 
-  /// Takes the requester's claim to the key back. With the last claim the grab ends.
+  /// Takes the requester's claim to the key back. With the last claim the grab ends. Without a
+  /// claim nothing happens.
+  ///
+  /// @param keyName    the key's name
+  /// @param requester  whose claim it was
   virtual void ProcessUnregisteredExclusiveKey(const std::string& keyName,
                                                const std::string& requester) = 0;
 
-  /// Tells every plug-in the viewer's state: "BACKGROUND", "RESUME", "RESUME_FOCUS" or "PAUSE" (any
-  /// other text reaches plug-ins as an unknown state).
+  /// Tells every plug-in the viewer's state. Waits for nobody; who comes later learns of the next
+  /// one.
+  ///
+  /// @param state  "BACKGROUND", "RESUME", "RESUME_FOCUS" or "PAUSE" (any other text reaches
+  /// plug-ins
+  ///               as an unknown state)
   virtual void BroadcastViewerState(const std::string& state) = 0;
 };

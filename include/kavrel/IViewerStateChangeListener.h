@@ -1,9 +1,10 @@
-/* What a plug-in implements to learn in which state the viewer is. */
+/** @file
+ * What a plug-in implements to learn in which state the viewer is. */
 #pragma once
 
-/// Called on the thread that runs the main context on which the plug-in was created. The listener
-/// belongs to the plug-in's program; it may unregister itself and destroy the plug-in, and must not
-/// throw.
+/// Takes viewer states. Called on the thread that runs the main context on which the plug-in was
+/// created. The listener belongs to the plug-in's program; it may unregister itself and destroy the
+/// plug-in, and must not throw.
 class IViewerStateChangeListener {
  public:
   /// The viewer has changed its state.

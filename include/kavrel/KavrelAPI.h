@@ -1,4 +1,5 @@
-/* How a viewer becomes a host of plug-ins, and how a program becomes a plug-in.
+/** @file
+ * How a viewer becomes a host of plug-ins, and how a program becomes a plug-in.
  *
  * In the viewer, whose name is "kavrel":
  *
@@ -38,10 +39,10 @@
 #include <kavrel/ViewerPluginType.h>
 #include <kavrel/export.h>
 
+/// The factories of hosts, plug-ins and plug-ins' windows.
 namespace KavrelAPI {
 
-/// Makes the process's one host, or hands back the one there is. False, with a line in the log, for
-/// a name that is none and for the host "kavrel" without a window.
+/// Makes the process's one host, or hands back the one there is.
 ///
 /// @param rootWindow  the viewer's window, in which plug-ins' windows are shown; it has to outlive
 ///                    the host. Null for a host of another name, which has no windows
@@ -49,8 +50,9 @@ namespace KavrelAPI {
 /// @param callback    takes what plug-ins say; null for nothing
 /// @param userData    for `callback`
 /// @param hostName    "kavrel"; a host of another name has keys and messages, but no windows
-///
-/// Aborts the process when plug-ins cannot be told that the host is there.
+/// @return false, with a line in the log and `host` untouched, for a name that is none and for the
+///         host "kavrel" without a window. Aborts the process when plug-ins cannot be told that the
+///         host is there
 KAVREL_EXPORT bool CreateViewerHost(Evas_Object* rootWindow, IViewerHost** host,
                                     HostMessageCB callback, void* userData, const char* hostName);
 
@@ -58,25 +60,29 @@ KAVREL_EXPORT bool CreateViewerHost(Evas_Object* rootWindow, IViewerHost** host,
 KAVREL_EXPORT void DestroyViewerHost();
 
 /// Makes a plug-in, or hands back the one of that name and host, whatever its type. Waits until the
-/// host is there, at most 10 seconds. False, with a line in the log, when it is not, for a name
-/// that is none and for an unknown type.
+/// host is there, at most 10 seconds.
 ///
 /// @param type        see VIEWER_PLUGIN_TYPE
 /// @param pluginName  unique among the host's plug-ins, and the title of its window
 /// @param plugin      set to the plug-in, which stays the library's until it is destroyed
 /// @param hostName    "kavrel"
+/// @return false, with a line in the log and `plugin` untouched, when the host is not there, for a
+///         name that is none and for an unknown type
 KAVREL_EXPORT bool CreatePluggable(VIEWER_PLUGIN_TYPE type, const char* pluginName,
                                    IViewerPluggable** plugin, const char* hostName);
 
-/// Destroys the plug-in, after it took leave of the host. Waits at most 5 seconds for the bus.
+/// Destroys the plug-in, after it took leave of the host. Waits at most 5 seconds for the bus. For
+/// an unknown one there is a line in the log, and nothing happens.
+///
+/// @param pluginName  as given to CreatePluggable()
+/// @param hostName    as given to CreatePluggable()
 KAVREL_EXPORT void DestroyPluggable(const char* pluginName, const char* hostName);
 
 /// Destroys all plug-ins of the process, and gives freed memory back to the system.
 KAVREL_EXPORT void DestroyPluggable();
 
 /// Opens the plug-in's window in the viewer: always a Wayland window there, whatever display or
-/// engine the environment asks for. Null, with a line in the log, when the viewer does not show
-/// windows (it is waited for at most 10.5 seconds) and for names that are none.
+/// engine the environment asks for.
 ///
 /// EFL has to be initialised (elm_init), the viewer's main loop has to run: a stopped viewer stops
 /// this call. The environment variables WAYLAND_DISPLAY and ELM_DISPLAY stay set for the process,
@@ -89,6 +95,9 @@ KAVREL_EXPORT void DestroyPluggable();
 /// @param windowName  EFL's name of the window
 /// @param title       the plug-in's name: the viewer knows the window by it
 /// @param hostName    "kavrel"
+/// @return the window, the caller's like any other of EFL's; null, with a line in the log, when the
+///         viewer does not show windows (it is waited for at most 10.5 seconds) and for names that
+///         are none
 KAVREL_EXPORT Evas_Object* CreatePepperPluginWindow(const char* windowName, const char* title,
                                                     const char* hostName);
 

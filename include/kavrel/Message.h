@@ -1,4 +1,5 @@
-/* What a host and a plug-in say to each other: an ordered list of key and value.
+/** @file
+ * What a host and a plug-in say to each other: an ordered list of key and value.
  *
  *     CMessage message;
  *     message.AddValue("command", "open");       // by convention, entry 0 names the message
@@ -26,32 +27,46 @@ namespace kavreldbus {
 class MessageCodec;
 }
 
-/// A value like any other: copied and moved freely, and it owns its texts. One thread at a time.
+/// A list of key and value. A value like any other: copied and moved freely, and it owns its texts.
+/// One thread at a time.
 class KAVREL_EXPORT CMessage {
  public:
   /// An empty message.
   CMessage();
+  /// @{
+  /// Copies and moves.
   CMessage(const CMessage& other);
   CMessage(CMessage&& other) noexcept;
   CMessage& operator=(const CMessage& other);
   CMessage& operator=(CMessage&& other) noexcept;
+  /// @}
   virtual ~CMessage();
 
-  /// Appends the pair; one with the same key stays where it is. Both texts are copied; with a null
-  /// one nothing happens. An empty key or value is as good as any.
+  /// Appends the pair; one with the same key stays where it is.
+  ///
+  /// @param key    copied; with a null one nothing happens; an empty one is as good as any
+  /// @param value  likewise
   void AddValue(const char* key, const char* value);
 
   /// How many pairs there are.
   int Size() const;
 
-  /// Key of the pair at `index`, counted from 0; empty when there is no such pair.
+  /// Key of a pair.
+  ///
+  /// @param index  counted from 0
+  /// @return the key; empty when there is no such pair
   std::string GetKey(int index) const;
 
-  /// Value of the pair at `index`, counted from 0; empty when there is no such pair.
+  /// Value of a pair.
+  ///
+  /// @param index  counted from 0
+  /// @return the value; empty when there is no such pair
   std::string GetValue(int index) const;
 
-  /// Value of the first pair whose key is exactly `key` (byte by byte); empty when there is none
-  /// and when `key` is null.
+  /// Value of the first pair with a key.
+  ///
+  /// @param key  compared byte by byte
+  /// @return the value; empty when there is no such pair and when `key` is null
   std::string GetValue(const char* key) const;
 
  private:

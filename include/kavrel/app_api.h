@@ -1,4 +1,5 @@
-/* The C command API: tell the viewer what to do, from any process.
+/** @file
+ * The C command API: tell the viewer what to do, from any process.
  *
  *     #include <kavrel/app_api.h>
  *
@@ -54,10 +55,12 @@ KAVREL_EXPORT kavrel_api_h kavrel_api_create(const char* app_id);
 
 /// Ends the connection and frees the handle. A null handle is logged and ignored; destroying a
 /// handle twice is undefined.
+/// @param handle  the viewer, from kavrel_api_create()
 KAVREL_EXPORT void kavrel_api_destroy(kavrel_api_h handle);
 
 /// Method 2, one-way: switch the viewer to another source. Like each tuning command it ends a
 /// rating lock, a lost signal, teletext and the loading screen.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: source type such as "HDMI"
 /// @param a2  string, item 2 of the request: source number
 /// @param a3  string, item 3 of the request: label
@@ -67,6 +70,7 @@ KAVREL_EXPORT void kavrel_api_change_source(kavrel_api_h handle, const char* a1,
                                             const char* a3, const char* a4);
 
 /// Method 3, answered: ask where the selection window is and how large.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param out1  int, field 1 of the result: left
 /// @param out2  int, field 2 of the result: top
 /// @param out3  int, field 3 of the result: width
@@ -77,6 +81,7 @@ KAVREL_EXPORT bool kavrel_api_get_selection_window_info(kavrel_api_h handle, int
 
 /// Method 4, answered: ask within which limits the selection window moves. They follow from its
 /// size, which follows from its zoom level: it always lies wholly on the picture of 1920 by 1080.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param out1  int, field 1 of the result: least left
 /// @param out2  int, field 2 of the result: least top
 /// @param out3  int, field 3 of the result: greatest left
@@ -87,12 +92,14 @@ KAVREL_EXPORT bool kavrel_api_get_selection_window_move_range(kavrel_api_h handl
 
 /// Method 5, answered: keep a position of the selection window, with its present zoom level, for
 /// when the viewer is initialised (kavrel_api_send_init_command). The window itself stays.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  int, item 1 of the request: left
 /// @param a2  int, item 2 of the request: top
 /// @return true when the position was within the move range and is kept; false on failure too
 KAVREL_EXPORT bool kavrel_api_store_selection_window_info(kavrel_api_h handle, int a1, int a2);
 
 /// Method 6, answered: move the selection window.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  int, item 1 of the request: left
 /// @param a2  int, item 2 of the request: top
 /// @return true when the position was within the move range and is taken; false on failure too
@@ -100,22 +107,26 @@ KAVREL_EXPORT bool kavrel_api_move_selection_window_to(kavrel_api_h handle, int 
 
 /// Method 7, answered: set the selection window's zoom level. The window keeps its middle as far as
 /// the picture's edges allow.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  int, item 1 of the request: zoom level, 0 (largest window) to 4
 /// @return true when the level is one the viewer has; false on failure too
 KAVREL_EXPORT bool kavrel_api_change_selection_window_zoom_level(kavrel_api_h handle, int a1);
 
 /// Method 8, answered: ask for the viewer's window size.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param out1  int, field 1 of the result: size code: 0 full screen, 1 three quarters, 2 half, 3 a
 ///              quarter
 /// @return true: the viewer always has a window; false on failure
 KAVREL_EXPORT bool kavrel_api_get_window_size(kavrel_api_h handle, int& out1);
 
 /// Method 9, answered: set the viewer's window size.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  int, item 1 of the request: size code, 0 to 3 as above
 /// @return true when the size is one the viewer has; false on failure too
 KAVREL_EXPORT bool kavrel_api_set_window_size(kavrel_api_h handle, int a1);
 
 /// Method 10, one-way: send a key to a device controlled by the multi-brand remote.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  int, item 1 of the request: device type
 /// @param a2  int, item 2 of the request: device number
 /// @param a3  int, item 3 of the request: 0 pressed, 1 released
@@ -127,18 +138,21 @@ KAVREL_EXPORT void kavrel_api_send_mbr_key(kavrel_api_h handle, int a1, int a2, 
 
 /// Method 33, one-way: send a free command. "pip-focus" with "main" or "pip" moves the focus; other
 /// commands pass through the viewer without effect.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: command
 /// @param a2  string, item 2 of the request: argument
 KAVREL_EXPORT void kavrel_api_send_command(kavrel_api_h handle, const std::string& a1,
                                            const std::string& a2);
 
 /// Method 34, one-way: allow a banner to be shown.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: banner name, as app_api_show.h gives it
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_enable_banner(kavrel_api_h handle, const std::string& a1,
                                             const std::string& a2);
 
 /// Method 35, one-way: keep a banner from being shown, and hide it if it is.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: banner name
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_disable_banner(kavrel_api_h handle, const std::string& a1,
@@ -146,30 +160,36 @@ KAVREL_EXPORT void kavrel_api_disable_banner(kavrel_api_h handle, const std::str
 
 /// Method 36, one-way: tell the viewer to initialise: nothing shown, no picture-in-picture, full
 /// screen, the selection window where it was stored. Channel, language and disabled banners stay.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: argument, for the log
 KAVREL_EXPORT void kavrel_api_send_init_command(kavrel_api_h handle, const std::string& a1);
 
 /// Method 37, one-way: hide a banner.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: banner name, or "all"
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_send_hide_banner(kavrel_api_h handle, const std::string& a1,
                                                const std::string& a2);
 
 /// Method 38, one-way: set the viewer's language.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: language code such as "en_GB"
 KAVREL_EXPORT void kavrel_api_set_language(kavrel_api_h handle, const std::string& a1);
 
 /// Method 39, one-way: send a command to a plug-in.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: plug-in name
 /// @param a2  string, item 2 of the request: command
 KAVREL_EXPORT void kavrel_api_plugin_cmd(kavrel_api_h handle, const std::string& a1,
                                          const std::string& a2);
 
 /// Method 40, one-way: give the viewer a hint about the TV service.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: hint
 KAVREL_EXPORT void kavrel_api_set_tvs_hint(kavrel_api_h handle, const std::string& a1);
 
 /// Method 41, one-way: act on a notification.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: notification name
 /// @param a2  int, item 2 of the request: action number; 0 hides the banner of that name, others
 ///            pass through the viewer without effect
@@ -177,6 +197,7 @@ KAVREL_EXPORT void kavrel_api_notification_command(kavrel_api_h handle, const st
                                                    int a2);
 
 /// Method 42, one-way: tune to a channel.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: channel number; empty is refused
 /// @param a2  string, item 2 of the request: channel name; empty: the one the viewer knows
 /// @param a3  string, item 3 of the request: source such as "DVB-T"; empty: the one the viewer
@@ -187,12 +208,14 @@ KAVREL_EXPORT void kavrel_api_tunechannel(kavrel_api_h handle, const std::string
                                           const std::string& a4);
 
 /// Method 43, one-way: tune the main picture.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: channel number
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_tunechannel_main(kavrel_api_h handle, const std::string& a1,
                                                const std::string& a2);
 
 /// Method 44, one-way: tune by major and minor channel number.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  int, item 1 of the request: major number
 /// @param a2  int, item 2 of the request: minor number, 0 for none
 /// @param a3  string, item 3 of the request: caller
@@ -200,12 +223,14 @@ KAVREL_EXPORT void kavrel_api_tunechannel_major(kavrel_api_h handle, int a1, int
                                                 const std::string& a3);
 
 /// Method 45, one-way: open the picture-in-picture window on a channel, or close it.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: channel number; empty closes the window
 /// @param a2  string, item 2 of the request: caller
 KAVREL_EXPORT void kavrel_api_tunechannel_pip(kavrel_api_h handle, const std::string& a1,
                                               const std::string& a2);
 
 /// Method 46, one-way: tune by service id.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: service id
 /// @param a2  string, item 2 of the request: transport stream id
 /// @param a3  string, item 3 of the request: network id
@@ -215,17 +240,20 @@ KAVREL_EXPORT void kavrel_api_svcid_tune(kavrel_api_h handle, const std::string&
                                          const std::string& a4);
 
 /// Method 47, one-way: show the loading screen.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: text; empty hides the screen
 KAVREL_EXPORT void kavrel_api_show_loading(kavrel_api_h handle, const std::string& a1);
 
 /// Method 48, one-way: send a discrete remote-control command. "teletext" with "on" or "off" shows
 /// and leaves teletext; other commands pass through the viewer without effect.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: command
 /// @param a2  string, item 2 of the request: argument
 KAVREL_EXPORT void kavrel_api_send_discrete_command(kavrel_api_h handle, const std::string& a1,
                                                     const std::string& a2);
 
 /// Method 49, one-way: send a key of the automatic remote control.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: key name
 /// @param a2  string, item 2 of the request: device
 /// @param a3  string, item 3 of the request: action
@@ -236,22 +264,27 @@ KAVREL_EXPORT void kavrel_api_send_autoremoconkey(kavrel_api_h handle, const std
                                                   const std::string& a4, const std::string& a5);
 
 /// Method 50, one-way: send a storage command.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: command
 KAVREL_EXPORT void kavrel_api_send_storagecommand(kavrel_api_h handle, const std::string& a1);
 
 /// Method 51, one-way: tell the viewer the state of the HbbTV application.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: state
 KAVREL_EXPORT void kavrel_api_set_hbbtv_state(kavrel_api_h handle, const std::string& a1);
 
 /// Method 52, one-way: tune as the voice application asks.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: channel asked for, its name or number
 KAVREL_EXPORT void kavrel_api_voiceapprequest_tune(kavrel_api_h handle, const std::string& a1);
 
 /// Method 53, one-way: leave teletext.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param a1  string, item 1 of the request: reason
 KAVREL_EXPORT void kavrel_api_exit_ttx(kavrel_api_h handle, const std::string& a1);
 
 /// Method 54, answered: ask for the viewer's state on behalf of Vistane.
+/// @param handle  the viewer, from kavrel_api_create()
 /// @param out1  int, field 1 of the result: state: 0 running, 1 loading, 2 no signal, 3 locked by
 ///              rating
 /// @return the viewer's verdict: 0 when the picture can be seen (state 0), else 1; 0 on failure too

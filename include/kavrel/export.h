@@ -1,4 +1,6 @@
-/* Marks what the library exports; everything else is hidden. */
+/** @file
+ * What the library exports; everything else is hidden. */
 #pragma once
 
+/// Marks what the library exports.
 #define KAVREL_EXPORT __attribute__((visibility("default")))

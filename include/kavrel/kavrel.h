@@ -1,4 +1,5 @@
-/* Everything that libkavrel-api exports to clients and watchers. */
+/** @file
+ * Everything that libkavrel-api exports to clients and watchers. */
 #pragma once
 
 #include <kavrel/app_api.h>

@@ -1,4 +1,5 @@
-/* The properties of the state API as one table: the exported functions, kavrelctl's get, set and
+/** @file
+ * The properties of the state API as one table: the exported functions, kavrelctl's get, set and
  * watch, the documents and the tests that walk all properties are made from the rows below.
  *
  * This header needs nothing but state_api.h (C++17).
@@ -11,11 +12,13 @@
 #include <iterator>
 #include <type_traits>
 
+/// The properties of the viewer's state.
 namespace kavrel::state {
 
 /// How a property is stored. Locked is the text "locked" or "unlocked", read as a bool.
 enum class PropertyType { String, Int, Bool, Locked };
 
+/// The name of a type as help texts and error lines show it.
 constexpr const char* PropertyTypeName(PropertyType type) {
   switch (type) {
     case PropertyType::String:
@@ -60,37 +63,41 @@ constexpr const char* PropertyTypeName(PropertyType type) {
 /// One property as a type of its own, so that using a function it does not have fails to compile.
 template <PropertyType kTypeOf, bool kHasSetter, bool kHasWatch>
 struct Property {
-  static constexpr PropertyType kType = kTypeOf;
-  static constexpr bool kWritable = kHasSetter;
-  static constexpr bool kWatchable = kHasWatch;
-  const char* key;
+  static constexpr PropertyType kType = kTypeOf;  ///< how it is stored
+  static constexpr bool kWritable = kHasSetter;   ///< whether it has a setter
+  static constexpr bool kWatchable = kHasWatch;   ///< whether it can be watched
+  const char* key;                                ///< in the state store
 };
 
 /// properties::pip_focus, ...: one constant a row.
 namespace properties {
+/// @cond
 #define KAVREL_STATE_PROPERTY(name, key, type, getter, setter, registration, removal, meaning)     \
   inline constexpr Property<PropertyType::type, !std::is_same_v<decltype(setter), std::nullptr_t>, \
                             !std::is_same_v<decltype(registration), std::nullptr_t>>               \
       name{key};
 KAVREL_STATE_PROPERTIES(KAVREL_STATE_PROPERTY)
 #undef KAVREL_STATE_PROPERTY
+/// @endcond
 }  // namespace properties
 
 /// One row as data. Exactly one getter is set, at most one setter; both registrations or none.
 struct PropertyInfo {
-  const char* name;
-  const char* key;
-  PropertyType type;
-  const char* meaning;
-  int (*get_number)(int*);   ///< Int and Bool
-  int (*get_status)();       ///< String: only whether there is a value
-  int (*get_locked)(bool*);  ///< Locked
-  int (*set_number)(int);    ///< Int and Bool
-  int (*set_text)(const char*);
-  int (*watch)(kavrel_value_changed_cb, void*);
-  int (*unwatch)(kavrel_value_changed_cb);
+  const char* name;              ///< "pip_focus"
+  const char* key;               ///< "memory/kavrel/pip_focus"
+  PropertyType type;             ///< decides which getter and which setter it can have
+  const char* meaning;           ///< one line
+  int (*get_number)(int*);       ///< Int and Bool
+  int (*get_status)();           ///< String: only whether there is a value
+  int (*get_locked)(bool*);      ///< Locked
+  int (*set_number)(int);        ///< Int and Bool
+  int (*set_text)(const char*);  ///< String
+  int (*watch)(kavrel_value_changed_cb, void*);  ///< registers a function
+  int (*unwatch)(kavrel_value_changed_cb);       ///< removes it
 
+  /// Whether it has a setter.
   constexpr bool IsWritable() const { return set_number != nullptr || set_text != nullptr; }
+  /// Whether it can be watched.
   constexpr bool IsWatchable() const { return watch != nullptr; }
 };
 
@@ -130,13 +137,16 @@ constexpr PropertyInfo Describe(const char* name, const char* key, PropertyType 
 }
 }  // namespace detail
 
-/// All rows. Using it needs the library at link time: it holds the functions' addresses.
+/// @cond
 #define KAVREL_STATE_PROPERTY_INFO(name, key, type, getter, setter, registration, removal, \
                                    meaning)                                                \
   detail::Describe(#name, key, PropertyType::type, meaning, getter, setter, registration, removal),
+/// @endcond
+/// All rows. Using it needs the library at link time: it holds the functions' addresses.
 inline constexpr PropertyInfo kProperties[] = {KAVREL_STATE_PROPERTIES(KAVREL_STATE_PROPERTY_INFO)};
 #undef KAVREL_STATE_PROPERTY_INFO
 
+/// How many properties there are.
 inline constexpr std::size_t kPropertyCount = std::size(kProperties);
 
 }  // namespace kavrel::state

@@ -40,7 +40,7 @@ TEST(StateDocument, HeaderTellsTheSame) {
   for (const PropertyInfo& property : kProperties) {
     const std::string type =
         property.type == PropertyType::Locked ? "string" : PropertyTypeName(property.type);
-    EXPECT_NE(header.find(std::string("/* ") + property.name + ": " + property.meaning +
+    EXPECT_NE(header.find(std::string("/** ") + property.name + ": " + property.meaning +
                           ". Key \"" + property.key + "\", " + type),
               std::string::npos)
         << property.name;

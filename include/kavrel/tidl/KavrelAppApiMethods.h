@@ -1,4 +1,5 @@
-/* The remote interface KavrelAppApi as one table: everything that has to know its methods is made
+/** @file
+ * The remote interface KavrelAppApi as one table: everything that has to know its methods is made
  * from the rows below - the proxy's encoders, the stub's dispatch, kavrelctl's commands, help,
  * completion and man page, the table in the documents, and the tests that walk all methods.
  *
@@ -17,6 +18,7 @@
 #include <type_traits>
 #include <vector>
 
+/// The methods of the remote interface.
 namespace kavrel::app_api {
 
 /// A string list argument: an array count on the wire, then one string an element.
@@ -88,8 +90,9 @@ using Strings = std::vector<std::string>;
   X(54, CheckStateForVistane, check_state_for_vistane, int(int& state), "ask for the viewer's state on behalf of Vistane")
 // clang-format on
 
-/// First item of a result and of a callback parcel; no method has these ids.
+/// First item of a result; no method has this id.
 inline constexpr int kResultId = 0;
+/// First item of a callback parcel; no method has this id.
 inline constexpr int kCallbackId = 1;
 
 /// The version that requests and results carry as their header's tag.
@@ -118,6 +121,7 @@ constexpr const char* ItemTypeName(ItemType type) {
   return "?";
 }
 
+/// The item type of a C++ type; one that cannot travel does not compile.
 template <class T>
 constexpr ItemType ItemTypeOf() {
   using Value = std::remove_cv_t<std::remove_reference_t<T>>;
@@ -140,21 +144,23 @@ constexpr ItemType ItemTypeOf() {
 template <class T>
 inline constexpr bool kIsOutValue = std::is_lvalue_reference_v<T>;
 
+/// The most arguments that a method has.
 inline constexpr std::size_t kMaxArguments = 5;
 
 /// One row of the table as data, for code that treats all methods alike at run time.
 struct MethodInfo {
-  int id;
+  int id;                                         ///< first item of its request
   const char* name;                               ///< "ChangeSource"
   const char* c_name;                             ///< "change_source"
   const char* summary;                            ///< one line
   ItemType result;                                ///< None: the viewer does not answer
   std::array<ItemType, kMaxArguments> arguments;  ///< in wire order
-  std::size_t argument_count;
-  std::size_t out_value_count;  ///< each an int32, in front of the result
+  std::size_t argument_count;                     ///< of the request
+  std::size_t out_value_count;                    ///< each an int32, in front of the result
   std::array<std::string_view, kMaxArguments> argument_names;   ///< of the request's arguments
   std::array<std::string_view, kMaxArguments> out_value_names;  ///< of the result's out values
 
+  /// Whether the viewer answers.
   constexpr bool HasReply() const { return result != ItemType::None; }
 };
 
@@ -200,8 +206,10 @@ struct SignatureTraits<R(P...)> {
 
 }  // namespace detail
 
-/// One type a row, named like the method: methods::TuneChannel::kId, ::Signature, ::kInfo.
+/// One type a row, named like the method: `methods::TuneChannel`, with `kId`, `Signature`, `Result`
+/// and `kInfo`.
 namespace methods {
+/// @cond
 #define KAVREL_METHOD_TYPE(id, method, c_name, signature, summary)                               \
   struct method {                                                                                \
     static constexpr int kId = id;                                                               \
@@ -212,15 +220,21 @@ namespace methods {
   };
 KAVREL_APP_API_METHODS(KAVREL_METHOD_TYPE)
 #undef KAVREL_METHOD_TYPE
+/// @endcond
 }  // namespace methods
 
-/// All rows in ascending order of id.
+/// @cond
 #define KAVREL_METHOD_INFO(id, method, c_name, signature, summary) methods::method::kInfo,
+/// @endcond
+/// All rows in ascending order of id.
 inline constexpr MethodInfo kMethods[] = {KAVREL_APP_API_METHODS(KAVREL_METHOD_INFO)};
 #undef KAVREL_METHOD_INFO
 
+/// How many methods there are.
 inline constexpr std::size_t kMethodCount = std::size(kMethods);
+/// The lowest id.
 inline constexpr int kFirstMethodId = kMethods[0].id;
+/// The highest id.
 inline constexpr int kLastMethodId = kMethods[kMethodCount - 1].id;
 
 /// The row of a method id, or null when no method has it.

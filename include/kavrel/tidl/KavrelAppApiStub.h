@@ -1,12 +1,14 @@
-/* The service end of the remote interface KavrelAppApi, for the viewer application.
+/** @file
+ * The service end of the remote interface KavrelAppApi, for the viewer application.
  *
  * A viewer derives from KavrelAppApi::ServiceBase, gives a factory of such services to one
  * KavrelAppApi object and runs its GLib main loop:
  *
  *     class Service : public stub::KavrelAppApi::ServiceBase { ... 53 operations ... };
  *     class Factory : public stub::KavrelAppApi::ServiceBase::Factory {
- *       std::unique_ptr<ServiceBase> MakeService(std::string sender, std::string instance) override
- * { return std::make_unique<Service>(std::move(sender), std::move(instance));
+ *       std::unique_ptr<ServiceBase> MakeService(std::string sender,
+ *                                                std::string instance) override {
+ *         return std::make_unique<Service>(std::move(sender), std::move(instance));
  *       }
  *     };
  *     stub::KavrelAppApi app_api;
@@ -38,8 +40,11 @@
 #include <thread>
 #include <vector>
 
+/// Classes over the rpc-port service.
 namespace rpc_port {
+/// The remote interface KavrelAppApi, the viewer's end.
 namespace KavrelAppApiStub {
+/// What a viewer uses of it.
 namespace stub {
 
 /// Base of what the stub throws; carries nothing.
@@ -50,18 +55,26 @@ class KAVREL_EXPORT InvalidIOException : public Exception {};
 /// Something for a worker to run.
 class KAVREL_EXPORT Job {
  public:
+  /// The work itself.
   class KAVREL_EXPORT IEvent {
    public:
     virtual ~IEvent();
+    /// Does the work, on the worker.
     virtual void Run() = 0;
   };
 
-  /// `event` is not owned; with null, running the job does nothing.
+  /// Makes a job.
+  ///
+  /// @param event  not owned; with null, running the job does nothing
   explicit Job(IEvent* event) : event_(event) {}
+  /// @{
+  /// Copies share the work.
   Job(const Job&) = default;
   Job& operator=(const Job&) = default;
+  /// @}
   virtual ~Job();
 
+  /// Does the work.
   void Run() {
     if (event_ != nullptr) event_->Run();
   }
@@ -79,13 +92,16 @@ class SharedQueue {
   SharedQueue& operator=(const SharedQueue&) = delete;
   virtual ~SharedQueue() = default;
 
+  /// Puts an item at the end and wakes one who waits.
   void Push(T item) {
     const std::lock_guard<std::mutex> lock(mutex_);
     queue_.push_back(std::move(item));
     cond_var_.notify_one();
   }
 
-  /// Blocks until there is an item; there is no other way out.
+  /// Takes the first item; blocks until there is one, and there is no other way out.
+  ///
+  /// @param item  set to the item
   void WaitAndPop(T& item) {
     std::unique_lock<std::mutex> lock(mutex_);
     while (queue_.empty()) cond_var_.wait(lock);
@@ -112,6 +128,7 @@ class KAVREL_EXPORT ActiveObject : public Job::IEvent {
   /// The stop job's work: ends the worker after this job. Runs on the worker.
   void Run() override;
 
+  /// Queues a job; from any thread.
   void Push(std::shared_ptr<Job> job) { queue_.Push(std::move(job)); }
 
  private:
@@ -133,8 +150,12 @@ class KAVREL_EXPORT KavrelAppApi {
     class KAVREL_EXPORT Factory {
      public:
       virtual ~Factory();
-      /// `sender` is the client's application id as it gave it, `instance` the connection. Null, or
-      /// a std::exception, refuses the client.
+      /// Makes the service of one client.
+      ///
+      /// @param sender    the client's application id as it gave it; proves nothing
+      /// @param instance  the connection
+      /// @return the service, which becomes the stub's; null, or a std::exception, refuses the
+      /// client
       virtual std::unique_ptr<ServiceBase> MakeService(std::string sender,
                                                        std::string instance) = 0;
     };
@@ -148,9 +169,14 @@ class KAVREL_EXPORT KavrelAppApi {
     /// Called once, when the client has gone or the stub is being destroyed.
     virtual void OnClientDisconnected() = 0;
 
-    // One operation a method, in order of method id. Arguments come as the client sent them, in
-    // wire order; what they mean is the viewer's choice. An operation with int& parameters stores
-    // its out values there; what it returns is sent to the waiting client.
+    /// @name Operations
+    /// One operation a method, in order of method id. Arguments come as the client sent them, in
+    /// wire order; what they mean is the viewer's choice - what kavrel-viewer takes them for stands
+    /// in app_api.h. An operation with int& parameters stores its out values there; what it returns
+    /// is sent to the waiting client.
+    /// @{
+
+    /// One method of the interface; the group above tells what all of them have in common.
     virtual void ChangeSource(std::string a1, std::string a2, std::string a3, std::string a4) = 0;
     virtual bool GetSelectionWindowInfo(int& out1, int& out2, int& out3, int& out4) = 0;
     virtual bool GetSelectionWindowMoveRange(int& out1, int& out2, int& out3, int& out4) = 0;
@@ -206,8 +232,11 @@ class KAVREL_EXPORT KavrelAppApi {
     virtual void VoiceAppRequestTune(std::string a1) = 0;
     virtual void ExitTTX(std::string a1) = 0;
     virtual int CheckStateForVistane(int& out1) = 0;
+    /// @}
 
+    /// The client's application id as it gave it.
     const std::string& GetSender() const { return sender_; }
+    /// The connection.
     const std::string& GetInstance() const { return instance_; }
 
     /// Stores the connection's callback port (an rpc_port_h); the stub calls it.
@@ -231,13 +260,20 @@ class KAVREL_EXPORT KavrelAppApi {
   /// Something a client asked to be called back about. No method of the interface takes one yet.
   class KAVREL_EXPORT CallbackBase {
    public:
+    /// Makes a callback with the process's next number.
+    ///
+    /// @param id    what kind of callback it is
+    /// @param once  whether it is over after its first call
     CallbackBase(int id, bool once);
     virtual ~CallbackBase();
 
+    /// What kind of callback it is.
     int GetId() const { return id_; }
+    /// Its number.
     int GetSeqId() const { return seq_id_; }
+    /// Whether it is over after its first call.
     bool IsOnce() const { return once_; }
-    /// "<id>::<seq id>"
+    /// Kind and number, as "3::17".
     std::string GetTag() const;
 
    private:
@@ -259,8 +295,10 @@ class KAVREL_EXPORT KavrelAppApi {
   /// operation or inside OnClientDisconnected().
   ~KavrelAppApi();
 
-  /// Begins to serve, with `factory` in place of any earlier one. Throws InvalidIOException when
-  /// the port's name is refused (-22) or taken (-5); any other failure is only logged.
+  /// Begins to serve. Throws InvalidIOException when the port's name is refused (-22) or taken
+  /// (-5); any other failure is only logged.
+  ///
+  /// @param factory  makes the services, in place of any earlier one
   void Listen(std::shared_ptr<ServiceBase::Factory> factory);
 
  private:
@@ -275,14 +313,18 @@ class KAVREL_EXPORT KavrelAppApi {
   std::list<std::shared_ptr<ServiceBase>> services_;
 };
 
+/// @{
 /// The callback header in a parcel (an rpc_port_parcel_h): int32 id, int32 seq id, bool once.
 KAVREL_EXPORT void* operator<<(void* parcel, const KavrelAppApi::CallbackBase& callback);
 KAVREL_EXPORT void* operator>>(void* parcel, KavrelAppApi::CallbackBase& callback);
+/// @}
 
+/// @{
 /// A string list in a parcel: array count, then one string an element. Reading replaces the list; a
 /// malformed list leaves it with what could be read.
 KAVREL_EXPORT void* operator<<(void* parcel, const std::vector<std::string>& strings);
 KAVREL_EXPORT void* operator>>(void* parcel, std::vector<std::string>& strings);
+/// @}
 
 }  // namespace stub
 }  // namespace KavrelAppApiStub
