@@ -1,5 +1,6 @@
 """docs/environment.md names every environment variable that the sources look at, and no other."""
 
+import json
 import re
 import unittest
 
@@ -68,8 +69,8 @@ class Environment(unittest.TestCase):
         self.assertEqual({"HOME", "KAVREL_A", "KAVREL_B", "ELM_D"}, variables_of_code(code))
 
 
-class BuildOptions(unittest.TestCase):
-    """CONTRIBUTING.md names every option of the build, and no other."""
+class Build(unittest.TestCase):
+    """CONTRIBUTING.md names every option and preset of the build, and no other."""
 
     def options(self):
         found = set()
@@ -85,6 +86,16 @@ class BuildOptions(unittest.TestCase):
         for cells in page.table_rows():
             named |= set(re.findall(r"`(KAVREL_\w+)`", cells[0]))
         self.assertEqual(self.options(), named)
+
+    def test_every_preset_is_in_the_table(self):
+        presets = json.loads((ROOT / "CMakePresets.json").read_text(encoding="utf-8"))
+        wanted = {p["name"] for p in presets["configurePresets"] if not p.get("hidden")}
+        named, head = set(), ""
+        for cells in Page(ROOT / "CONTRIBUTING.md").table_rows():
+            head = cells[0] if "`" not in cells[0] else head
+            if head == "preset":
+                named |= set(re.findall(r"`(\w+)`", cells[0]))
+        self.assertEqual(wanted, named)
 
 
 if __name__ == "__main__":
