@@ -76,7 +76,8 @@ typedef void (*kavrel_value_changed_cb)(valuenode_s* node, void* user_data);
 /** @{ */
 /** more_key_option_type: which options the remote control's "more" key offers.
  * Key "memory/kavrel/more_key_option_type", string. Reading only tells whether the key has a value:
- * 0 or -1. NULL is refused. */
+ * 0 or -1. NULL is refused.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_more_key_option_type(void);
 KAVREL_EXPORT int kavrel_set_more_key_option_type(const char* value);
 /** @} */
@@ -84,7 +85,8 @@ KAVREL_EXPORT int kavrel_set_more_key_option_type(const char* value);
 /** @{ */
 /** visible_video_banners: names of the banners shown over the picture, comma-separated.
  * Key "memory/kavrel/visible_video_banners", string. Reading only tells whether the key has a
- * value: 0 or -1. Written by the viewer alone. */
+ * value: 0 or -1. Written by the viewer alone.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_visible_video_banners(void);
 KAVREL_EXPORT int kavrel_register_visible_video_banners_change_cb(kavrel_value_changed_cb callback,
                                                                   void* user_data);
@@ -95,7 +97,8 @@ KAVREL_EXPORT int kavrel_unregister_visible_video_banners_change_cb(
 /** @{ */
 /** visible_banners: names of all banners shown, comma-separated.
  * Key "memory/kavrel/visible_banners", string. Reading only tells whether the key has a value: 0 or
- * -1. Written by the viewer alone. */
+ * -1. Written by the viewer alone.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_visible_banners(void);
 KAVREL_EXPORT int kavrel_register_visible_banners_change_cb(kavrel_value_changed_cb callback,
                                                             void* user_data);
@@ -104,7 +107,8 @@ KAVREL_EXPORT int kavrel_unregister_visible_banners_change_cb(kavrel_value_chang
 
 /** @{ */
 /** pip_focus: 1 while the picture-in-picture window has the focus.
- * Key "memory/kavrel/pip_focus", int. */
+ * Key "memory/kavrel/pip_focus", int.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_pip_focus(int* value);
 KAVREL_EXPORT int kavrel_set_pip_focus(int value);
 KAVREL_EXPORT int kavrel_register_pip_focus_change_cb(kavrel_value_changed_cb callback,
@@ -114,7 +118,8 @@ KAVREL_EXPORT int kavrel_unregister_pip_focus_change_cb(kavrel_value_changed_cb 
 
 /** @{ */
 /** use_4_direction_key: 1 while the viewer itself needs the four direction keys.
- * Key "memory/kavrel/banner_show", int. */
+ * Key "memory/kavrel/banner_show", int.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_use_4_direction_key(int* value);
 KAVREL_EXPORT int kavrel_set_use_4_direction_key(int value);
 KAVREL_EXPORT int kavrel_register_use_4_direction_key_change_cb(kavrel_value_changed_cb callback,
@@ -124,7 +129,8 @@ KAVREL_EXPORT int kavrel_unregister_use_4_direction_key_change_cb(kavrel_value_c
 
 /** @{ */
 /** mainscreen_signal_state: state of the main picture's signal, 0: no signal.
- * Key "memory/kavrel/mainscreen_signal_state", int. */
+ * Key "memory/kavrel/mainscreen_signal_state", int.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_mainscreen_signal_state(int* value);
 KAVREL_EXPORT int kavrel_set_mainscreen_signal_state(int value);
 KAVREL_EXPORT int kavrel_register_mainscreen_signal_state_change_cb(
@@ -135,7 +141,8 @@ KAVREL_EXPORT int kavrel_unregister_mainscreen_signal_state_change_cb(
 
 /** @{ */
 /** date_service_available: 1 while the channel carries a data service.
- * Key "memory/kavrel/data_service", int. */
+ * Key "memory/kavrel/data_service", int.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_date_service_available(int* value);
 KAVREL_EXPORT int kavrel_set_date_service_available(int value);
 KAVREL_EXPORT int kavrel_register_date_service_available_change_cb(kavrel_value_changed_cb callback,
@@ -146,7 +153,8 @@ KAVREL_EXPORT int kavrel_unregister_date_service_available_change_cb(
 
 /** @{ */
 /** bg_executable: 1 while applications may run behind the viewer.
- * Key "memory/kavrel/bg_executable", int. */
+ * Key "memory/kavrel/bg_executable", int.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_bg_executable(int* value);
 KAVREL_EXPORT int kavrel_set_bg_executable(int value);
 KAVREL_EXPORT int kavrel_register_bg_executable_change_cb(kavrel_value_changed_cb callback,
@@ -156,7 +164,8 @@ KAVREL_EXPORT int kavrel_unregister_bg_executable_change_cb(kavrel_value_changed
 
 /** @{ */
 /** info_banner_dynamic_si_modify_state: 1 while the channel's service information has just changed.
- * Key "memory/kavrel/modify_channel_info", bool. */
+ * Key "memory/kavrel/modify_channel_info", bool.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_info_banner_dynamic_si_modify_state(int* value);
 KAVREL_EXPORT int kavrel_set_info_banner_dynamic_si_modify_state(int value);
 KAVREL_EXPORT int kavrel_register_info_banner_dynamic_si_modify_state_change_cb(
@@ -167,7 +176,8 @@ KAVREL_EXPORT int kavrel_unregister_info_banner_dynamic_si_modify_state_change_c
 
 /** @{ */
 /** info_banner_ttx_state: 1 while the channel carries teletext.
- * Key "memory/kavrel/infobanner/ttx", bool. */
+ * Key "memory/kavrel/infobanner/ttx", bool.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_info_banner_ttx_state(int* value);
 KAVREL_EXPORT int kavrel_set_info_banner_ttx_state(int value);
 KAVREL_EXPORT int kavrel_register_info_banner_ttx_state_change_cb(kavrel_value_changed_cb callback,
@@ -178,7 +188,8 @@ KAVREL_EXPORT int kavrel_unregister_info_banner_ttx_state_change_cb(
 
 /** @{ */
 /** info_banner_caption_state: 1 while the channel carries captions.
- * Key "memory/kavrel/infobanner/caption", bool. */
+ * Key "memory/kavrel/infobanner/caption", bool.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_info_banner_caption_state(int* value);
 KAVREL_EXPORT int kavrel_set_info_banner_caption_state(int value);
 KAVREL_EXPORT int kavrel_register_info_banner_caption_state_change_cb(
@@ -189,7 +200,8 @@ KAVREL_EXPORT int kavrel_unregister_info_banner_caption_state_change_cb(
 
 /** @{ */
 /** info_banner_ttml_state: 1 while the channel carries TTML subtitles.
- * Key "memory/kavrel/infobanner/ttml", bool. */
+ * Key "memory/kavrel/infobanner/ttml", bool.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_info_banner_ttml_state(int* value);
 KAVREL_EXPORT int kavrel_set_info_banner_ttml_state(int value);
 KAVREL_EXPORT int kavrel_register_info_banner_ttml_state_change_cb(kavrel_value_changed_cb callback,
@@ -200,7 +212,8 @@ KAVREL_EXPORT int kavrel_unregister_info_banner_ttml_state_change_cb(
 
 /** @{ */
 /** banner_show_state: 1 while any banner is shown.
- * Key "memory/kavrel/kavrel_banner_state_16", int. Written by the viewer alone. */
+ * Key "memory/kavrel/kavrel_banner_state_16", int. Written by the viewer alone.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_banner_show_state(int* value);
 KAVREL_EXPORT int kavrel_register_banner_show_state_change_cb(kavrel_value_changed_cb callback,
                                                               void* user_data);
@@ -209,7 +222,8 @@ KAVREL_EXPORT int kavrel_unregister_banner_show_state_change_cb(kavrel_value_cha
 
 /** @{ */
 /** info_banner_subtitle_state: 1 while the channel carries subtitles.
- * Key "memory/kavrel/infobanner/subtitle", bool. */
+ * Key "memory/kavrel/infobanner/subtitle", bool.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_info_banner_subtitle_state(int* value);
 KAVREL_EXPORT int kavrel_set_info_banner_subtitle_state(int value);
 KAVREL_EXPORT int kavrel_register_info_banner_subtitle_state_change_cb(
@@ -220,7 +234,8 @@ KAVREL_EXPORT int kavrel_unregister_info_banner_subtitle_state_change_cb(
 
 /** @{ */
 /** analog_clean_view_state: 1 while noise reduction of analogue channels is demonstrated.
- * Key "memory/kavrel/analog_clean_view_demo", bool. */
+ * Key "memory/kavrel/analog_clean_view_demo", bool.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_analog_clean_view_state(int* value);
 KAVREL_EXPORT int kavrel_set_analog_clean_view_state(int value);
 KAVREL_EXPORT int kavrel_register_analog_clean_view_state_change_cb(
@@ -232,7 +247,8 @@ KAVREL_EXPORT int kavrel_unregister_analog_clean_view_state_change_cb(
 /** @{ */
 /** kavrel_state: what the viewer is doing, a word.
  * Key "memory/kavrel/viewer_state", string. Reading only tells whether the key has a value: 0 or
- * -1. Written by the viewer alone. */
+ * -1. Written by the viewer alone.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_kavrel_state(void);
 KAVREL_EXPORT int kavrel_register_kavrel_state_change_cb(kavrel_value_changed_cb callback,
                                                          void* user_data);
@@ -241,14 +257,16 @@ KAVREL_EXPORT int kavrel_unregister_kavrel_state_change_cb(kavrel_value_changed_
 
 /** @{ */
 /** memory_serdes_error: error counter of the signal link since start.
- * Key "memory/kavrel/serdes_error", int. The setter's spelling is as exported. */
+ * Key "memory/kavrel/serdes_error", int. The setter's spelling is as exported.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_memory_serdes_error(int* value);
 KAVREL_EXPORT int kavrel_set_memroy_serdes_error(int value);
 /** @} */
 
 /** @{ */
 /** db_serdes_error: error counter of the signal link, kept over restarts.
- * Key "db/kavrel/serdes_error", int. */
+ * Key "db/kavrel/serdes_error", int.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_db_serdes_error(int* value);
 KAVREL_EXPORT int kavrel_set_db_serdes_error(int value);
 /** @} */
@@ -257,7 +275,8 @@ KAVREL_EXPORT int kavrel_set_db_serdes_error(int value);
 /** rating_locked: whether the programme is locked by its rating.
  * Key "memory/kavrel/rating_locked", string "locked" or "unlocked". The getter writes one byte:
  * true for "locked", false for any other text; -1 for none or an empty one. Watchers get the text
- * itself: a record of type KAVREL_VALUE_STRING, not a boolean. */
+ * itself: a record of type KAVREL_VALUE_STRING, not a boolean.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_rating_locked(bool* value);
 KAVREL_EXPORT int kavrel_register_rating_locked_cb(kavrel_value_changed_cb callback,
                                                    void* user_data);
@@ -266,7 +285,8 @@ KAVREL_EXPORT int kavrel_unregister_rating_locked_cb(kavrel_value_changed_cb cal
 
 /** @{ */
 /** window_id: id of the viewer's window.
- * Key "db/kavrel/window_id", int. Written by the viewer alone. */
+ * Key "db/kavrel/window_id", int. Written by the viewer alone.
+ * @return 0; -1 with a line in the log when it failed */
 KAVREL_EXPORT int kavrel_get_window_id(int* value);
 KAVREL_EXPORT int kavrel_register_window_id_cb(kavrel_value_changed_cb callback, void* user_data);
 KAVREL_EXPORT int kavrel_unregister_window_id_cb(kavrel_value_changed_cb callback);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <kavrel/tidl/KavrelAppApiMethods.h>
 
+#include <regex>
 #include <string>
 
 #include "temporary_directory.h"
@@ -56,6 +57,29 @@ TEST(Documents, CommandsPageHoldsEveryMethod) {
       "| id | method | function | arguments | answer | |\n|---|---|---|---|---|---|\n";
   for (const MethodInfo& method : kMethods) table += DocumentRow(method);
   EXPECT_NE(page.find(table), std::string::npos) << "docs/commands.md must end with:\n" << table;
+}
+
+// A header's comments as running text.
+std::string CommentsOf(const std::string& header) {
+  const std::string path = KAVREL_SOURCE_DIR "/include/kavrel/" + header;
+  return std::regex_replace(kavrel_test::ReadFile(path), std::regex("\\n\\s*/// ?"), " ");
+}
+
+TEST(Documents, ServiceHeaderTellsOfEveryMethod) {
+  const std::string comments = CommentsOf("tidl/KavrelAppApiStub.h");
+  for (const MethodInfo& method : kMethods) {
+    const std::string text = "Method " + std::to_string(method.id) + ": " + method.summary;
+    EXPECT_NE(comments.find(text), std::string::npos) << method.name;
+  }
+}
+
+TEST(Documents, CommandHeadersTellOfEveryMethod) {
+  const std::string comments = CommentsOf("app_api.h") + CommentsOf("app_api_show.h");
+  for (const MethodInfo& method : kMethods) {
+    const std::string text = "Method " + std::to_string(method.id) +
+                             (method.HasReply() ? ", answered: " : ", one-way: ");
+    EXPECT_NE(comments.find(text), std::string::npos) << method.name;
+  }
 }
 
 }  // namespace

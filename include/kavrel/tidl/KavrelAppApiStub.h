@@ -176,61 +176,115 @@ class KAVREL_EXPORT KavrelAppApi {
     /// is sent to the waiting client.
     /// @{
 
-    /// One method of the interface; the group above tells what all of them have in common.
+    /// Method 2: switch the viewer to another source (type, number, label, caller).
     virtual void ChangeSource(std::string a1, std::string a2, std::string a3, std::string a4) = 0;
+    /// Method 3: ask where the selection window is and how large (left, top, width, height).
     virtual bool GetSelectionWindowInfo(int& out1, int& out2, int& out3, int& out4) = 0;
+    /// Method 4: ask within which limits the selection window moves (least_left, least_top,
+    /// greatest_left, greatest_top).
     virtual bool GetSelectionWindowMoveRange(int& out1, int& out2, int& out3, int& out4) = 0;
+    /// Method 5: keep the selection window's position (left, top).
     virtual bool StoreSelectionWindowInfo(int a1, int a2) = 0;
+    /// Method 6: move the selection window (left, top).
     virtual bool MoveSelectionWindowTo(int a1, int a2) = 0;
+    /// Method 7: set the selection window's zoom level (level).
     virtual bool ChangeSelectionWindowZoomLevel(int a1) = 0;
+    /// Method 8: ask for the viewer's window size (size).
     virtual bool GetWindowSize(int& out1) = 0;
+    /// Method 9: set the viewer's window size (size).
     virtual bool SetWindowSize(int a1) = 0;
+    /// Method 10: send a key to a device controlled by the multi-brand remote (device_type,
+    /// device_number, action, key, options).
     virtual void SendMbrKey(int a1, int a2, int a3, std::string a4,
                             std::vector<std::string> a5) = 0;
+    /// Method 11: show the channel banner (show).
     virtual void ShowChannelBanner(int a1) = 0;
+    /// Method 12: show the caption banner (show, text).
     virtual void ShowCaption(int a1, std::string a2) = 0;
+    /// Method 13: show the source banner (show, source, label, detail).
     virtual void ShowSourceBanner(int a1, std::string a2, std::string a3, std::string a4) = 0;
+    /// Method 14: show the multi-track sound banner (show, mode).
     virtual void ShowMTSBanner(int a1, std::string a2) = 0;
+    /// Method 15: show the rating banner (show, rating, reason).
     virtual void ShowRatingBanner(int a1, std::string a2, std::string a3) = 0;
+    /// Method 16: show the no-signal banner (show, text).
     virtual void ShowNosignalBanner(int a1, std::string a2) = 0;
+    /// Method 17: show the recording information (show, text).
     virtual void ShowPVRInfo(int a1, std::string a2) = 0;
+    /// Method 18: show the sleep timer pop-up (show).
     virtual void ShowSleepTimerPopup(int a1) = 0;
+    /// Method 19: show the automatic power-off pop-up (show).
     virtual void ShowAutoPowerOffPopup(int a1) = 0;
+    /// Method 20: show the fan error pop-up (show).
     virtual void ShowFanErrorPopup(int a1) = 0;
+    /// Method 21: show the projector heat-sink error pop-up (show).
     virtual void ShowProjectorHsmErrorPopup(int a1) = 0;
+    /// Method 22: show the display notification (show, text).
     virtual void ShowQdDisplayNoti(int a1, std::string a2) = 0;
+    /// Method 23: show the reduced-brightness pop-up (show).
     virtual void ShowPellwinBrightnessReducePopup(int a1) = 0;
+    /// Method 24: show the hotel's no-channel pop-up (show).
     virtual void ShowHotelNoChannelPopup(int a1) = 0;
+    /// Method 25: show the hospital's no-channel pop-up (show).
     virtual void ShowHospitalNoChannelPopup(int a1) = 0;
+    /// Method 26: show the insufficient-memory pop-up (show).
     virtual void ShowInsufficientMemoryPopup(int a1) = 0;
+    /// Method 27: show the sign-language zoom set-up (show).
     virtual void ShowSignZoomSetup(int a1) = 0;
+    /// Method 28: show the return-to-previous-channel pop-up (show).
     virtual void ShowReturnPrevChannelPopup(int a1) = 0;
+    /// Method 29: show the no-signal power-off timer (show).
     virtual void ShowNoSignalPowerOffTimerPopup(int a1) = 0;
+    /// Method 30: show the key guide banner (show, page).
     virtual void ShowKeyGuideBanner(int a1, int a2) = 0;
+    /// Method 31: show the game mode banner (show, game_mode).
     virtual void ShowGameModeBanner(int a1, bool a2) = 0;
+    /// Method 32: show the one-connect view of an LED wall (show, text).
     virtual void ShowOCLViewForMLED(int a1, std::string a2) = 0;
+    /// Method 33: send a free command (command, argument).
     virtual void SendCommand(std::string a1, std::string a2) = 0;
+    /// Method 34: allow a banner to be shown (banner, caller).
     virtual void EnableBanner(std::string a1, std::string a2) = 0;
+    /// Method 35: keep a banner from being shown (banner, caller).
     virtual void DisableBanner(std::string a1, std::string a2) = 0;
+    /// Method 36: tell the viewer to initialise (argument).
     virtual void SendInitCommand(std::string a1) = 0;
+    /// Method 37: hide a banner (banner, caller).
     virtual void SendHideBanner(std::string a1, std::string a2) = 0;
+    /// Method 38: set the viewer's language (language).
     virtual void SetLanguage(std::string a1) = 0;
+    /// Method 39: send a command to a plug-in (plugin, command).
     virtual void PluginCmd(std::string a1, std::string a2) = 0;
+    /// Method 40: give the viewer a hint about the TV service (hint).
     virtual void SetTVSHint(std::string a1) = 0;
+    /// Method 41: act on a notification (notification, action).
     virtual void NotificationCommand(std::string a1, int a2) = 0;
+    /// Method 42: tune to a channel (number, name, source, caller).
     virtual void TuneChannel(std::string a1, std::string a2, std::string a3, std::string a4) = 0;
+    /// Method 43: tune the main picture (number, caller).
     virtual void TuneChannelMain(std::string a1, std::string a2) = 0;
+    /// Method 44: tune by major and minor channel number (major, minor, caller).
     virtual void TuneChannelMajor(int a1, int a2, std::string a3) = 0;
+    /// Method 45: tune the picture-in-picture window (number, caller).
     virtual void TuneChannelPip(std::string a1, std::string a2) = 0;
+    /// Method 46: tune by service id (service_id, transport_stream_id, network_id, caller).
     virtual void SvcIdTune(std::string a1, std::string a2, std::string a3, std::string a4) = 0;
+    /// Method 47: show the loading screen (text).
     virtual void ShowLoading(std::string a1) = 0;
+    /// Method 48: send a discrete remote-control command (command, argument).
     virtual void SendDiscreteCommand(std::string a1, std::string a2) = 0;
+    /// Method 49: send a key of the automatic remote control (key, device, action, option, caller).
     virtual void SendAutoRemoconKey(std::string a1, std::string a2, std::string a3, std::string a4,
                                     std::string a5) = 0;
+    /// Method 50: send a storage command (command).
     virtual void SendStorageCommand(std::string a1) = 0;
+    /// Method 51: tell the viewer the state of the HbbTV application (state).
     virtual void SetHbbTVState(std::string a1) = 0;
+    /// Method 52: tune as the voice application asks (channel).
     virtual void VoiceAppRequestTune(std::string a1) = 0;
+    /// Method 53: leave teletext (reason).
     virtual void ExitTTX(std::string a1) = 0;
+    /// Method 54: ask for the viewer's state on behalf of Vistane (state).
     virtual int CheckStateForVistane(int& out1) = 0;
     /// @}
 
