@@ -32,6 +32,25 @@ def faults(root):
     return found
 
 
+def left_out(page, root):
+    """Lines of programs that a page shows in parts, and that are in no part: who follows the page
+    would miss them."""
+    shown = {}
+    for block in page.blocks:
+        if block.example and pathlib.PurePath(block.example).stem == "main":
+            shown.setdefault(block.example, []).extend(block.text.splitlines())
+    missing = []
+    for example, lines in shown.items():
+        parts = iter(line for line in lines if line.strip())
+        part = next(parts, None)
+        for line in (root / example).read_text(encoding="utf-8").splitlines():
+            if line == part:
+                part = next(parts, None)
+            elif line.strip():
+                missing.append(f"{page.path.name}: {example}: {line}")
+    return missing
+
+
 class Snippets(unittest.TestCase):
     def test_code_is_that_of_the_examples(self):
         self.assertEqual([], faults(ROOT))
@@ -39,6 +58,22 @@ class Snippets(unittest.TestCase):
     def test_the_pages_show_code(self):
         shown = [block for page in pages() for block in page.blocks if block.example]
         self.assertGreater(len(shown), 5)
+
+    def test_tutorials_show_whole_programs(self):
+        tutorials = [page for page in pages() if page.path.name.startswith("tutorial-")]
+        self.assertGreater(len(tutorials), 1)
+        for page in tutorials:
+            self.assertEqual([], left_out(page, ROOT))
+
+    def test_lines_that_are_left_out_are_found(self):
+        with tempfile.TemporaryDirectory() as directory:
+            root = pathlib.Path(directory)
+            (root / "main.c").write_text("int a;\n\nint b;\nint c;\n")
+            (root / "page.md").write_text(
+                "<!-- from main.c -->\n```c\nint a;\n```\n<!-- from main.c -->\n```c\nint c;\n```\n"
+            )
+            found = left_out(Page(root / "page.md"), root)
+            self.assertEqual(["page.md: main.c: int b;"], found)
 
     def test_differences_are_found(self):
         with tempfile.TemporaryDirectory() as directory:
