@@ -14,6 +14,7 @@
 #include <pepper-efl.h>
 
 #include <atomic>
+#include <string>
 
 #include "legacy/ChannelLog.h"
 
@@ -34,16 +35,32 @@ constexpr Library kEvas{"libevas.so.1", When::kLoad};
 constexpr Library kElementary{"libelementary.so.1", When::kLoad};
 constexpr Library kPepper{KAVREL_PEPPER_EFL_SONAME, When::kLoad};
 
+// The library as the loader finds it, else from where this one lies: the loader does not look there
+// by itself, and the bundled compositor is installed there. Empty `problem`: found, or not wanted.
+void* Load(const Library& library, std::string& problem) {
+  if (library.when == When::kOnlyIfLoaded) return ::dlopen(library.name, RTLD_NOW | RTLD_NOLOAD);
+  if (void* const found = ::dlopen(library.name, RTLD_NOW)) return found;
+  problem = kavreldbus::OrNone(::dlerror());
+  Dl_info self{};
+  if (::dladdr(reinterpret_cast<void*>(&Load), &self) == 0) return nullptr;
+  const std::string own = self.dli_fname;
+  const std::string beside = own.substr(0, own.rfind('/') + 1) + library.name;
+  void* const found = ::dlopen(beside.c_str(), RTLD_NOW);
+  if (found != nullptr) problem.clear();
+  return found;
+}
+
 // The function as the program already has it, else as the library has it. Null when there is none,
 // with an error line unless that is to be expected. What is loaded stays: EFL cannot be unloaded.
 void* Find(const Library& library, const char* function) {
   if (void* const known = ::dlsym(RTLD_DEFAULT, function)) return known;
-  const int mode = RTLD_NOW | (library.when == When::kOnlyIfLoaded ? RTLD_NOLOAD : 0);
-  void* const handle = ::dlopen(library.name, mode);
-  if (handle == nullptr && library.when == When::kOnlyIfLoaded) return nullptr;
+  std::string problem;
+  void* const handle = Load(library, problem);
+  if (handle == nullptr && problem.empty()) return nullptr;
   void* const found = handle != nullptr ? ::dlsym(handle, function) : nullptr;
+  if (handle != nullptr && found == nullptr) problem = kavreldbus::OrNone(::dlerror());
   if (found == nullptr) {
-    CHANNEL_ERROR(Here(), "cannot call %s: %s\n", function, kavreldbus::OrNone(::dlerror()));
+    CHANNEL_ERROR(Here(), "cannot call %s: %s\n", function, problem.c_str());
   }
   return found;
 }

@@ -106,7 +106,7 @@ TEST_F(Plugins, ComeBackWithTheirWindowsToo) {
     Expect(*panel, "released XF86Red");
   }
   panel->Signal(SIGTERM);
-  EXPECT_EQ(panel->WaitForExit(), 0);
+  EXPECT_EQ(panel->WaitForExit(), 0) << panel->errors();
 }
 
 TEST_F(Plugins, BelongToTheFirstViewerOfABus) {
