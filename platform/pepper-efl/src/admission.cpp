@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstring>
@@ -15,6 +16,9 @@
 
 namespace kavrel_pepper {
 namespace {
+
+constexpr auto kShutOutTime = std::chrono::seconds(1);
+constexpr std::size_t kMostShutOut = 64;
 
 constexpr char kGroupVariable[] = "KAVREL_COMPOSITOR_GROUP";
 
@@ -54,11 +58,30 @@ bool Admission::IsMember(int socket, gid_t primary) const {
   return false;
 }
 
+void Admission::ShutOut(wl_client* client) {
+  const Clock::time_point now = Clock::now();
+  std::erase_if(shut_out_, [now](const ShutOutProcess& process) { return process.until <= now; });
+  pid_t pid = 0;
+  wl_client_get_credentials(client, &pid, nullptr, nullptr);
+  if (pid <= 0 || IsShutOut(pid)) return;  // 0: of another namespace, as others may be
+  if (shut_out_.size() == kMostShutOut) shut_out_.erase(shut_out_.begin());
+  shut_out_.push_back({pid, now + kShutOutTime});
+  LogWarning("process %d floods; it may connect again in a second", pid);
+}
+
+bool Admission::IsShutOut(pid_t process) const {
+  const Clock::time_point now = Clock::now();
+  return std::any_of(shut_out_.begin(), shut_out_.end(), [&](const ShutOutProcess& one) {
+    return one.pid == process && one.until > now;
+  });
+}
+
 bool Admission::Admits(wl_client* client) const {
   pid_t pid = 0;
   uid_t uid = 0;
   gid_t gid = 0;
   wl_client_get_credentials(client, &pid, &uid, &gid);
+  if (IsShutOut(pid)) return false;
   if (uid == ::geteuid() || uid == 0 || IsMember(wl_client_get_fd(client), gid)) return true;
   LogWarning("client refused: user %u, process %d; this user, root%s may connect", uid, pid,
              group_ ? " and the stated group" : "");

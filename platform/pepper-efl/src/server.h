@@ -53,6 +53,7 @@ class Server {
   void AddWindow(Toplevel* window);
   void RemoveWindow(Toplevel* window);
   void ForgetSurface(Surface* surface);
+  void ShutOut(wl_client* client) { admission_.ShutOut(client); }
 
  private:
   struct FreeDisplay {

@@ -133,7 +133,10 @@ void Surface::Commit() {
 }
 
 bool Surface::CheckCommit() {
-  if (!ledger_->SpendCommit()) return false;
+  if (!ledger_->SpendCommit()) {
+    if (ledger_->client() != nullptr) server_.ShutOut(ledger_->client());
+    return false;
+  }
   if (pending_.buffer != nullptr && !IsAcceptable(*pending_.buffer)) return false;
   return role_ == nullptr || role_->MayCommit(pending_.attached && pending_.buffer != nullptr);
 }

@@ -342,6 +342,10 @@ TEST_F(Hostile, FloodOfCommits) {
   }
   ExpectError(client, "wl_display", WL_DISPLAY_ERROR_IMPLEMENTATION);
   window.frames = 0;
+  // Its process is let in again, but not at once.
+  EXPECT_NE(TestClient().error(), 0);
+  EXPECT_TRUE(RunUntil([] { return TestClient().error() == 0; }));
+  EXPECT_TRUE(good.RoundTrip());
 }
 
 TEST_F(Hostile, ClientThatNeverReads) {
