@@ -34,6 +34,7 @@ StatePublisher::StatePublisher(Television& television, int window_number)
 }
 
 StatePublisher::~StatePublisher() {
+  written_ = nullptr;
   OwnText(properties::visible_banners.key, "");
   OwnText(properties::visible_video_banners.key, "");
   OwnNumber(properties::banner_show_state.key, 0);

@@ -24,7 +24,8 @@ class StatePublisher {
   /// Leaves word that no viewer runs any more: no banners, state "stopped".
   ~StatePublisher();
 
-  /// `listener` is told the key of each value that is written.
+  /// `listener` is told the key of each value that is written, until the destructor begins: it may
+  /// be gone by then.
   void OnWrite(std::function<void(const char* key)> listener) { written_ = std::move(listener); }
 
  private:

@@ -56,6 +56,10 @@ class StoppedBy : public Viewer, public ::testing::WithParamInterface<int> {};
 
 TEST_P(StoppedBy, EndsCleanlyAndLeavesNobodyListening) {
   const auto viewer = StartViewer();
+  // What has been published then is taken back at the end.
+  EXPECT_EQ(Tool({"call", "tune-channel", "7", "News", "DVB-T", "me"}).exit_code, 0);
+  EXPECT_EQ(Tool({"call", "show-channel-banner", "1"}).exit_code, 0);
+  EXPECT_EQ(Tool({"call", "get-window-size"}).exit_code, 0);
   viewer->Signal(GetParam());
   const Outcome outcome = OutcomeOf(*viewer);
   EXPECT_EQ(outcome.exit_code, 0);
