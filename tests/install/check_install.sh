@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs a build into a fresh prefix, builds examples/first_client against nothing but that prefix
 # in C++17, once with pkg-config and once with CMake, and runs both against the installed viewer.
+# Then installs over the running viewer and removes everything under it.
 #
 #   check_install.sh BUILD_DIRECTORY SOURCE_DIRECTORY CMAKE CXX [SANITIZERS]
 set -euo pipefail
@@ -43,5 +44,18 @@ for client in "$work/with-pkg-config" "$work/cmake/first_client"; do
   fi
 done
 "$prefix/bin/kavrelctl" call get-window-size
+
+# An upgrade replaces the files under a running viewer, which works on; so it does when they go.
+"$cmake" --install "$build" --prefix "$prefix" >>"$work/install.log"
+LD_LIBRARY_PATH=$libraries "$work/with-pkg-config" >/dev/null
+cp "$prefix/bin/kavrelctl" "$work/kavrelctl"
+cp -r "$libraries" "$work/libraries"
+rm -rf "$prefix"
+LD_LIBRARY_PATH=$work/libraries "$work/kavrelctl" call get-window-size
+kill "$viewer"
+wait "$viewer"
+viewer=
+left=$(find "$work/run" -type s)
+[ -z "$left" ] || { echo "the viewer left behind: $left" >&2; exit 1; }
 grep -q "News" "$work/viewer.log" || { echo "the viewer saw no tune:" >&2; cat "$work/viewer.log" >&2; exit 1; }
 echo "installed, built twice, ran twice"
