@@ -3,20 +3,25 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <kavrel/app_api.h>
+#include <malloc.h>
 #include <rpc-port.h>
+#include <sys/time.h>
 
 #include <atomic>
+#include <random>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "null_service.h"
+#include "repetitions.h"
 #include "temporary_directory.h"
 #include "viewer_process.h"
 
 namespace {
 
 using kavrel_test::NullService;
+using kavrel_test::Repetitions;
 using kavrel_test::ScopedEnvironment;
 using kavrel_test::TemporaryDirectory;
 using kavrel_test::ViewerProcess;
@@ -109,6 +114,76 @@ TEST_F(CommandPath, ViewerKilledInMidCallEndsTheCall) {
   EXPECT_FALSE(kavrel_api_get_window_size(handle.get(), size));
   EXPECT_EQ(size, kUntouched);
   killer.join();
+}
+
+// No time-out: only the viewer's end can end a call that is under way then.
+TEST_F(CommandPath, ViewerThatDiesAtAnyMomentHoldsNobodyUp) {
+  const ScopedEnvironment timeout("KAVREL_RPC_TIMEOUT_MS", "0");
+  std::mt19937 random(20250611);
+  const int deaths = Repetitions(20, 1000);
+  for (int death = 0; death < deaths; ++death) {
+    const auto lifetime = static_cast<suseconds_t>(1 + random() % 3000);
+    const ViewerProcess viewer(kAppId, [lifetime](std::string sender, std::string instance) {
+      const itimerval timer{{0, 0}, {0, lifetime}};
+      setitimer(ITIMER_REAL, &timer, nullptr);  // its signal ends the process
+      return MakeOddService(std::move(sender), std::move(instance));
+    });
+    const Handle handle = Connect();
+    if (handle == nullptr) continue;  // it died while they connected
+    int size = kUntouched;
+    while (kavrel_api_get_window_size(handle.get(), size)) {
+      ASSERT_EQ(size, 7);
+      kavrel_api_show_channel_banner(handle.get(), 1);
+      size = kUntouched;
+    }
+    EXPECT_EQ(size, kUntouched);
+    EXPECT_FALSE(kavrel_api_get_window_size(handle.get(), size));
+  }
+}
+
+// What its socket takes is waited for; then one command waits for the time-out, and the others only
+// try. Nothing is kept for later.
+TEST_F(CommandPath, FloodAgainstAStoppedViewerWaitsOnceAndKeepsNothing) {
+  constexpr std::size_t kNoGrowth = 256 * 1024;
+  const ScopedEnvironment timeout("KAVREL_RPC_TIMEOUT_MS", "500");
+  ViewerProcess viewer(kAppId, &MakeOddService);
+  const Handle handle = Connect();
+  ASSERT_NE(handle, nullptr);
+  viewer.Signal(SIGSTOP);
+  const std::size_t before = mallinfo2().uordblks;
+  const int commands = Repetitions(20000, 1000000);
+  for (int i = 0; i < commands; ++i) kavrel_api_show_channel_banner(handle.get(), 1);
+  EXPECT_LT(mallinfo2().uordblks, before + kNoGrowth);
+  viewer.Signal(SIGCONT);
+  bool answered = false;
+  for (int i = 0; i < 1000 && !answered; ++i) {
+    answered = kavrel_api_change_selection_window_zoom_level(handle.get(), 1);
+  }
+  EXPECT_TRUE(answered);
+}
+
+// A slow viewer keeps the caller that waits for it, and no other handle of the same process.
+TEST_F(CommandPath, HandleThatWaitsHoldsUpNoOther) {
+  const ScopedEnvironment timeout("KAVREL_RPC_TIMEOUT_MS", "0");
+  const std::string slow_id = "org.zarnet.slow";
+  ViewerProcess slow(slow_id, [this](std::string sender, std::string instance) {
+    return std::make_unique<HangingService>(std::move(sender), std::move(instance), tell_);
+  });
+  const ViewerProcess viewer(kAppId, &MakeOddService);
+  const Handle waiting(kavrel_api_create(slow_id.c_str()));
+  const Handle handle = Connect();
+  ASSERT_NE(waiting, nullptr);
+  ASSERT_NE(handle, nullptr);
+  std::thread waiter([&] {
+    int size = kUntouched;
+    EXPECT_FALSE(kavrel_api_get_window_size(waiting.get(), size));
+  });
+  EXPECT_EQ(tell_.Hear(), 'h');
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_TRUE(kavrel_api_change_selection_window_zoom_level(handle.get(), 1));
+  }
+  slow.Signal(SIGKILL);
+  waiter.join();
 }
 
 TEST_F(CommandPath, StoppedViewerEndsTheCallAtTheDeadlineAndServesAgainAfterwards) {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "repetitions.h"
 #include "test_client.h"
 #include "test_host.h"
 
@@ -238,7 +239,9 @@ TEST_F(Lifetime, CompositorsComeAndGoWithoutTrace) {
 // The client stops after each prefix of what a window's life consists of.
 TEST_F(Lifetime, ClientMayDieAtEveryStep) {
   constexpr int kSteps = 12;
-  for (int last = 0; last < kSteps; ++last) {
+  const int deaths = kavrel_test::Repetitions(kSteps, 1000 * kSteps);
+  for (int death = 0; death < deaths; ++death) {
+    const int last = death % kSteps;
     TestClient client;
     TestSurface surface(client), child(client);
     TestBuffer buffer(client, 40, 40, kRed);

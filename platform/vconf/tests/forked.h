@@ -8,9 +8,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <functional>
 #include <new>
+
+#include "repetitions.h"
 
 namespace kavrel_vconf_test {
 
@@ -101,9 +102,6 @@ class Bell {
   sem_t rings_;
 };
 
-/// How often a test repeats what only many repetitions show: `few` in the normal run.
-inline int Repetitions(int few, int many) {
-  return std::getenv("KAVREL_TEST_LONG") != nullptr ? many : few;
-}
+using kavrel_test::Repetitions;
 
 }  // namespace kavrel_vconf_test

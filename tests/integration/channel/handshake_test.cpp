@@ -2,18 +2,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-
 #include "handshake_fixture.h"
+#include "repetitions.h"
 
 namespace kavrel_test {
 namespace {
-
-// The second implementation is slow to start anew: many rounds of it when somebody wants to know
-// for certain.
-int Rounds(int usual) {
-  return std::getenv("KAVREL_TEST_LONG") != nullptr ? 1000 : usual;
-}
 
 using MakePeer = std::unique_ptr<BusPeer> (*)();
 struct Partners {
@@ -21,6 +14,9 @@ struct Partners {
   MakePeer host;
   MakePeer plugin;
   int rounds;
+  int long_rounds = 1000;
+
+  int Rounds() const { return Repetitions(rounds, long_rounds); }
 };
 void PrintTo(const Partners& partners, std::ostream* out) {
   *out << partners.name;
@@ -54,7 +50,8 @@ class Pair : public testing::TestWithParam<Partners> {
 class EitherOrder : public Pair {};
 
 TEST_P(EitherOrder, FindsEachOtherHostFirst) {
-  for (int round = 1; round <= GetParam().rounds; ++round) {
+  const int rounds = GetParam().Rounds();
+  for (int round = 1; round <= rounds; ++round) {
     OpenHost();
     OpenPlugin();
     ExpectReady();
@@ -65,7 +62,8 @@ TEST_P(EitherOrder, FindsEachOtherHostFirst) {
 }
 
 TEST_P(EitherOrder, FindsEachOtherPluginFirst) {
-  for (int round = 1; round <= GetParam().rounds; ++round) {
+  const int rounds = GetParam().Rounds();
+  for (int round = 1; round <= rounds; ++round) {
     OpenPlugin();
     OpenHost();
     ExpectReady();
@@ -79,12 +77,12 @@ TEST_P(EitherOrder, FindsEachOtherPluginFirst) {
 constexpr int kPart = 250;
 INSTANTIATE_TEST_SUITE_P(
     Implementations, EitherOrder,
-    testing::Values(Partners{"library_1_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart},
-                    Partners{"library_2_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart},
-                    Partners{"library_3_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart},
-                    Partners{"library_4_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart},
-                    Partners{"library_host", MakeLibraryEnd, MakePythonPeer, Rounds(20)},
-                    Partners{"library_plugin", MakePythonPeer, MakeLibraryEnd, Rounds(20)}),
+    testing::Values(Partners{"library_1_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart, 10 * kPart},
+                    Partners{"library_2_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart, 10 * kPart},
+                    Partners{"library_3_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart, 10 * kPart},
+                    Partners{"library_4_of_4", MakeLibraryEnd, MakeLibraryEnd, kPart, 10 * kPart},
+                    Partners{"library_host", MakeLibraryEnd, MakePythonPeer, 20},
+                    Partners{"library_plugin", MakePythonPeer, MakeLibraryEnd, 20}),
     PartnersName);
 
 class AtOnce : public Pair {};
@@ -92,7 +90,8 @@ class AtOnce : public Pair {};
 // Both ready, or both taken on and neither ready when their SYNs crossed. Messages flow either way.
 TEST_P(AtOnce, FindsEachOther) {
   int crossed = 0;
-  for (int round = 0; round < GetParam().rounds; ++round) {
+  const int rounds = GetParam().Rounds();
+  for (int round = 0; round < rounds; ++round) {
     const auto open = [](const char* role) {
       return Json{{"do", "open"}, {"role", role}, {"host", kHost}, {"plugin", kPlugin}};
     };
@@ -117,9 +116,9 @@ TEST_P(AtOnce, FindsEachOther) {
 
 INSTANTIATE_TEST_SUITE_P(
     Implementations, AtOnce,
-    testing::Values(Partners{"library_and_library", MakeLibraryEnd, MakeLibraryEnd, Rounds(50)},
-                    Partners{"library_host", MakeLibraryEnd, MakePythonPeer, Rounds(20)},
-                    Partners{"library_plugin", MakePythonPeer, MakeLibraryEnd, Rounds(20)}),
+    testing::Values(Partners{"library_and_library", MakeLibraryEnd, MakeLibraryEnd, 50, 10000},
+                    Partners{"library_host", MakeLibraryEnd, MakePythonPeer, 20},
+                    Partners{"library_plugin", MakePythonPeer, MakeLibraryEnd, 20}),
     PartnersName);
 
 class HandshakeTest : public SteppedTest {};

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "channel_fixture.h"
+#include "repetitions.h"
 
 namespace kavrel_test {
 namespace {
@@ -153,6 +154,32 @@ TEST_P(PolicyTest, HandshakeIsForTheGroup) {
   EXPECT_TRUE(host->Send(true, {{"to", "plugin"}}));
   EXPECT_TRUE(host->Notify({{"to", "plugin"}}));
 }
+
+class StrangerRace : public PolicyTest {};
+
+// A stranger tries to say every step while the pair does.
+TEST_P(StrangerRace, KeepsNoPairApart) {
+  const auto host = MakeLibraryEnd();
+  const auto plugin = MakeLibraryEnd();
+  const std::vector<std::string> steps = {"_SYN", "_SYN_ACK", "_ACK"};
+  const int starts = Repetitions(10, 1000);
+  for (int start = 0; start < starts; ++start) {
+    for (const std::string& step : steps) {
+      user_->Tell({{"do", "say"}, {"name", kBaseName + step}});
+    }
+    host->Open("host", kHost, kPlugin);
+    plugin->Open("plugin", kHost, kPlugin);
+    host->Wait("connected");
+    plugin->Wait("connected");
+    EXPECT_TRUE(plugin->Send(true, {{"to", "host"}}));
+    for (std::size_t said = 0; said < steps.size(); ++said) ExpectAllowed(user_->Wait("said"));
+    host->Do({{"do", "close"}}, "closed");
+    plugin->Do({{"do", "close"}}, "closed");
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Users, StrangerRace, testing::Values(User{kStranger, "nogroup", false}),
+                         [](const auto& user) { return std::string(user.param.name); });
 
 // Everything that has nothing to do with the channel is as it was without the file.
 TEST_P(PolicyTest, OtherServicesAreUnaffected) {

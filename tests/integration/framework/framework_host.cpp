@@ -2,8 +2,8 @@
 // a second thread while the main loop runs; a host of another name is made without a window.
 // Commands:
 //   key NAME [released] [DEVICE]   keys COUNT NAME   state STATE   grab NAME   release NAME
-//   window NAME   place NAME X Y WIDTH HEIGHT   hide NAME   pixel X Y RRGGBB
-//   send NAME ASYNC KEY VALUE...   cost   create   destroy   quit
+//   [REQUESTER] window NAME   place NAME X Y WIDTH HEIGHT   hide NAME   pixel X Y RRGGBB send NAME
+//   ASYNC KEY VALUE...   cost   create   destroy   quit
 // It says what plug-ins tell it, and dispatches the key that one asks for with a message "press".
 #include <Ecore_Evas.h>
 #include <kavrel/KavrelAPI.h>
@@ -142,7 +142,11 @@ void Obey(const std::string& line) {
   if (command == "send") return Send(name, words);
   if (command == "state") return the_host->BroadcastViewerState(name);
   if (command == "grab") return the_host->ProcessRegisteredExclusiveKey(name, "kavrel");
-  if (command == "release") return the_host->ProcessUnregisteredExclusiveKey(name, "kavrel");
+  if (command == "release") {
+    std::string requester = "kavrel";
+    words >> requester;
+    return the_host->ProcessUnregisteredExclusiveKey(name, requester);
+  }
   ChangeWindow(command, name, words);
 }
 

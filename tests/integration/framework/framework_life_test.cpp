@@ -1,18 +1,12 @@
 // Who comes when, and who goes how.
-#include <cstdlib>
-
 #include "framework_fixture.h"
+#include "repetitions.h"
 
 namespace framework_test {
 namespace {
 
 using FrameworkLifeTest = FrameworkTest;
-
-/// How often, when the environment asks for more than an ordinary run.
-int NumberFromEnvironment(const char* name, int ordinary) {
-  const char* const text = std::getenv(name);
-  return text == nullptr ? ordinary : std::atoi(text);
-}
+using kavrel_test::Repetitions;
 
 TEST_F(FrameworkLifeTest, PluginsWaitForAHostThatStartsLater) {
   const auto plain = StartPlugin({"plain", "5", "glib", "Red"});
@@ -31,8 +25,13 @@ TEST_F(FrameworkLifeTest, PluginsComeBackToARestartedHost) {
   auto host = MakeHost();
   const auto plain = MakePlugin(*host, {"plain", "5", "glib", "Red"});
   const auto exclusive = MakePlugin(*host, {"exclusive", "1", "glib", "exclusive", "Blue"});
-  const int restarts = NumberFromEnvironment("KAVREL_TEST_RESTARTS", 3);
+  const int restarts = Repetitions(3, 1000);
   for (int restart = 0; restart < restarts; ++restart) {
+    // Keys are under way when the viewer dies.
+    plain->Tell("quiet");
+    plain->Tell("count");
+    EXPECT_SAYS(*plain, "count ");
+    host->Tell("keys 1000 Red");
     host->process().Kill();
     // For the channel, and for the host's name.
     for (int told = 0; told < 2; ++told) {
@@ -41,6 +40,7 @@ TEST_F(FrameworkLifeTest, PluginsComeBackToARestartedHost) {
     }
     plain->Tell("send 1 any thing");
     EXPECT_SAYS(*plain, "sent 0");
+    plain->Tell("talk");
     host = MakeHost();
     EXPECT_SAYS(*plain, "connected");
     EXPECT_SAYS(*exclusive, "connected");
@@ -188,6 +188,23 @@ INSTANTIATE_TEST_SUITE_P(
             "Leaving", {"victim", "4", "glib", "Red"}, "connected", "told: show=victim", "leave"}),
     [](const auto& state) { return std::string(state.param.name); });
 
+// Its window goes, with one notice. Its exclusive key stays its own until the viewer takes it back.
+TEST_F(FrameworkLifeTest, ViewerTakesBackTheExclusiveKeyOfAKilledPlugin) {
+  const auto host = MakeHost();
+  const auto neighbour = MakePlugin(*host, {"neighbour", "6", "glib", "Red"});
+  const int kills = Repetitions(3, 1000);
+  for (int kill = 0; kill < kills; ++kill) {
+    const auto plugin = MakePlugin(*host, {"victim", "5", "exclusive", "window=112233", "Red"});
+    EXPECT_SAYS(*host, "told: plugin_add=victim");
+    ExpectKey(*host, "Red", *plugin);
+    plugin->process().Kill();
+    EXPECT_SAYS(*host, "told: plugin_remove=victim");
+    host->Tell("release Red victim");
+    ExpectKey(*host, "Red", *neighbour);
+    ASSERT_FALSE(host->Has("told: plugin_remove"));
+  }
+}
+
 TEST_F(FrameworkLifeTest, SixtyFourPluginsAtOnce) {
   const auto host = MakeHost();
   std::vector<ProgramPointer> plugins;
@@ -212,7 +229,7 @@ TEST_F(FrameworkLifeTest, SixtyFourPluginsAtOnce) {
 
 // In one process, so that neither end's memory is given back by an exit.
 TEST_F(FrameworkLifeTest, LivesLeaveNothingBehind) {
-  const int lives = NumberFromEnvironment("KAVREL_TEST_LIVES", 500);
+  const int lives = Repetitions(500, 20000);
   constexpr int kAtOnce = 100;
   // The allocator and the bus's library keep some of what was once used; it does not grow with the
   // number of lives.
@@ -243,7 +260,7 @@ TEST_F(FrameworkLifeTest, LivesLeaveNothingBehind) {
 
 // With a process and a window each, half of them killed.
 TEST_F(FrameworkLifeTest, ProcessesWithWindowsLeaveNothingBehind) {
-  const int lives = NumberFromEnvironment("KAVREL_TEST_WINDOW_LIVES", 8);
+  const int lives = Repetitions(8, 500);
   constexpr long kNoGrowth = 512L * 1024;
   const auto host = MakeHost();
   Cost before;

@@ -5,7 +5,8 @@
 // "join" on. Commands:
 //   keys KEY...   many COUNT   clear   exclusive KEY...   unexclusive KEY...   clearexclusive
 //   show   hide   enable WHAT   disable WHAT   send ASYNC KEY VALUE   window RRGGBB   close
-//   live COUNT (a whole life of a second plug-in, so many times)   quiet   count   join   leave
+//   live COUNT (a whole life of a second plug-in, so many times)   quiet   talk   count
+//   join   leave
 #include <Ecore_Evas.h>
 #include <kavrel/KavrelAPI.h>
 
@@ -202,8 +203,8 @@ void Obey(const std::string& line) {
   if (command == "hide") return the_program.plugin->Hide();
   if (command == "send") return Send(words);
   if (command == "close") return evas_object_del(the_program.window);
-  if (command == "quiet") {
-    the_program.listener.talks = false;
+  if (command == "quiet" || command == "talk") {
+    the_program.listener.talks = command == "talk";
     return;
   }
   if (command == "count") return Say("count " + std::to_string(the_program.listener.keys));

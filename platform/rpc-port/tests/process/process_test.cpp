@@ -12,6 +12,7 @@
 
 #include "fake_service.h"
 #include "hostile_test.h"
+#include "repetitions.h"
 
 namespace {
 
@@ -55,7 +56,8 @@ TEST_F(Process, KilledServiceEndsACall) {
 
 TEST_F(Process, KilledServiceIsReplacedAtOnce) {
   TestClient client(client_thread());
-  for (int round = 0; round < 20; ++round) {
+  const int kills = kavrel_test::Repetitions(20, 1000);
+  for (int round = 0; round < kills; ++round) {
     auto service = StartService();
     ASSERT_EQ(client.ConnectSync(), 0);
     ASSERT_EQ(client.Call(round + 1), round + 2);
@@ -97,7 +99,8 @@ TEST_F(Process, LiveServiceKeepsItsAddress) {
 }
 
 TEST_F(Process, OneOfManyStartersListens) {
-  for (int round = 0; round < 3; ++round) {
+  const int rounds = kavrel_test::Repetitions(3, 100);
+  for (int round = 0; round < rounds; ++round) {
     std::vector<std::unique_ptr<ChildProcess>> starters;
     for (int i = 0; i < 16; ++i) {
       starters.push_back(std::make_unique<ChildProcess>(Program({"serve"})));
@@ -172,6 +175,16 @@ TEST_F(Process, ForkedChildIsRefused) {
   EXPECT_EQ(late.ConnectSync(), 0);
 }
 
+// Hundredths of a second of the processor that the process has used.
+long ProcessorTime(pid_t pid) {
+  const std::string line = kavrel_test::ReadFile("/proc/" + std::to_string(pid) + "/stat");
+  long user = -1;
+  long system = -1;
+  std::sscanf(line.c_str() + line.rfind(')'),
+              ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user, &system);
+  return user + system;
+}
+
 // A service that may have 64 descriptors: beyond some 25 clients it cannot accept.
 TEST_F(Process, ServiceOutOfDescriptorsServesWhomItHas) {
   Set("KAVREL_RPC_PARTIAL_TIMEOUT_MS", "60000");
@@ -184,6 +197,10 @@ TEST_F(Process, ServiceOutOfDescriptorsServesWhomItHas) {
   for (int i = 0; i < 200; ++i) others.push_back(std::make_unique<RawSocket>(runtime(), kName));
   EXPECT_TRUE(service.WaitForLine("cannot accept more clients for now")) << service.errors();
   for (int i = 0; i < 300; ++i) ASSERT_EQ(client.Call(i + 1), i + 2) << service.errors();
+  // It does not spin: nothing comes for a second, of which it uses a twentieth at most.
+  const long before = ProcessorTime(service.pid());
+  EXPECT_FALSE(service.WaitForLine("disconnected", std::chrono::seconds(1)));
+  EXPECT_LE(ProcessorTime(service.pid()), before + 5);
   others.clear();
   TestClient late(client_thread());
   EXPECT_EQ(late.ConnectSync(), 0);
@@ -213,6 +230,22 @@ TEST_F(Process, StrangerIsRefused) {
   ExpectOthersServed();
   ChildProcess listed(Program({"call", "1", "4711"}));
   EXPECT_TRUE(listed.WaitForLine("answer 2")) << listed.errors();
+}
+
+// Beyond what a signed number holds, where a wrong conversion would make it somebody else.
+TEST_F(Process, StrangerWithALargeNumberIsRefused) {
+  constexpr uid_t kLarge = 4294967293;
+  if (!CanBecomeStranger()) {
+    EXPECT_FALSE(rpc_test::IsTrustedBy(::geteuid(), "", kLarge));
+    return;
+  }
+  Set("KAVREL_RPC_ALLOW_UIDS", "4711");
+  ASSERT_EQ(::chmod(runtime().c_str(), 0711), 0);
+  Start();
+  ChildProcess stranger(Program({"call", "1", std::to_string(kLarge)}));
+  EXPECT_TRUE(stranger.WaitForLine("connect -13")) << stranger.errors();
+  EXPECT_EQ(CountLog("refused: a client of user 4294967293 "), 1U);
+  ExpectOthersServed();
 }
 
 TEST_F(Process, StrangerDoesNotEvenReachTheSocket) {
