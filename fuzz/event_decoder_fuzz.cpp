@@ -1,0 +1,6 @@
+#include "event_decoder.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  kavrel_fuzz::DecodeEvent(data, size);
+  return 0;
+}

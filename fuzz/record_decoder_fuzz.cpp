@@ -1,0 +1,6 @@
+#include "record_decoder.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  kavrel_fuzz::DecodeRecord(data, size);
+  return 0;
+}
