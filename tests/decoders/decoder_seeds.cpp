@@ -19,4 +19,25 @@ std::vector<Seed> SeedsOf(const std::string& target) {
   return seeds;
 }
 
+void Mutate(Bytes& bytes, const Bytes& other, std::mt19937& random) {
+  const auto place = [&](const Bytes& in) {
+    return static_cast<std::ptrdiff_t>(random() % (in.size() + 1));
+  };
+  switch (random() % 8) {
+    case 0:
+      bytes.erase(bytes.begin() + place(bytes), bytes.end());
+      break;
+    case 1: {
+      const std::ptrdiff_t from = place(other);
+      bytes.insert(bytes.begin() + place(bytes), other.begin() + from, other.end());
+      break;
+    }
+    case 2:
+      bytes.insert(bytes.begin() + place(bytes), static_cast<std::uint8_t>(random()));
+      break;
+    default:
+      if (!bytes.empty()) bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
+  }
+}
+
 }  // namespace kavrel_test

@@ -19,8 +19,6 @@
 namespace kavrel_test {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
-
 struct Decoder {
   const char* name;
   bool (*decode)(const std::uint8_t* data, std::size_t size);
@@ -50,28 +48,6 @@ TEST_P(Decoders, SurviveTruncations) {
     for (std::size_t size = 0; size < seed.bytes.size(); size += step) {
       Decode(Bytes(seed.bytes.begin(), seed.bytes.begin() + static_cast<std::ptrdiff_t>(size)));
     }
-  }
-}
-
-// Changes bytes, repeats, leaves out and mixes with another seed.
-void Mutate(Bytes& bytes, const Bytes& other, std::mt19937& random) {
-  const auto place = [&](const Bytes& in) {
-    return static_cast<std::ptrdiff_t>(random() % (in.size() + 1));
-  };
-  switch (random() % 8) {
-    case 0:
-      bytes.erase(bytes.begin() + place(bytes), bytes.end());
-      break;
-    case 1: {
-      const std::ptrdiff_t from = place(other);
-      bytes.insert(bytes.begin() + place(bytes), other.begin() + from, other.end());
-      break;
-    }
-    case 2:
-      bytes.insert(bytes.begin() + place(bytes), static_cast<std::uint8_t>(random()));
-      break;
-    default:
-      if (!bytes.empty()) bytes[random() % bytes.size()] = static_cast<std::uint8_t>(random());
   }
 }
 

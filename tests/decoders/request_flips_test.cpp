@@ -2,10 +2,10 @@
 // single faults in a decoder's checks would let through.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <optional>
 #include <set>
 #include <string>
-#include <vector>
 
 #include "decoder_seeds.h"
 #include "request_decoder.h"
@@ -14,7 +14,16 @@
 namespace kavrel_test {
 namespace {
 
-using Bytes = std::vector<std::uint8_t>;
+// Of all pairs one in so many: without optimisation, where sanitizers are, all take most of a
+// minute.
+std::size_t PairStep() {
+#ifdef __OPTIMIZE__
+  return 1;
+#else
+  constexpr std::size_t kWithoutOptimisation = 11;
+  return std::getenv("KAVREL_TEST_LONG") != nullptr ? 1 : kWithoutOptimisation;
+#endif
+}
 
 void Flip(Bytes& bytes, std::size_t bit) {
   bytes[bit / 8] = static_cast<std::uint8_t>(bytes[bit / 8] ^ (1U << (bit % 8)));
@@ -34,12 +43,14 @@ struct Count {
 };
 
 // The decoder compares each call, or that there is none, with what the bytes say.
-Count FlipPairs(Bytes request) {
+Count FlipPairs(Bytes request, std::size_t step) {
   Count count;
+  std::size_t number = 0;
   const std::size_t bits = request.size() * 8;
   for (std::size_t first = 0; first < bits; ++first) {
     Flip(request, first);
     for (std::size_t second = first + 1; second < bits; ++second) {
+      if (number++ % step != 0) continue;
       Flip(request, second);
       ++count.tried;
       if (IsServed(request)) ++count.served;
@@ -59,8 +70,9 @@ TEST(RequestFlips, NoPairOfBitsMakesHalfACall) {
     if (!call || seed.bytes.size() > 200 || !methods.insert(call->method).second) continue;
     SCOPED_TRACE(seed.name);
     ASSERT_TRUE(IsServed(seed.bytes));
-    const Count count = FlipPairs(seed.bytes);
-    EXPECT_EQ(count.tried, PairsOf(seed.bytes.size() * 8));
+    const std::size_t step = PairStep();
+    const Count count = FlipPairs(seed.bytes, step);
+    EXPECT_EQ(count.tried, (PairsOf(seed.bytes.size() * 8) + step - 1) / step);
     // Sequence number, numbers and texts may change; sizes and types may not.
     EXPECT_GT(count.served, count.tried / 100);
     EXPECT_LT(count.served, count.tried);
