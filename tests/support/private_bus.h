@@ -30,6 +30,8 @@ class PrivateBus {
 
   const std::string& address() const { return address_; }
   const std::string& directory() const { return directory_.path(); }
+  /// The daemon's process.
+  pid_t pid() const { return daemon_->pid(); }
 
   void Stop() const { daemon_->Signal(SIGSTOP); }
   void Continue() const { daemon_->Signal(SIGCONT); }

@@ -1,7 +1,5 @@
 #include "shared_connection.h"
 
-#include <gio/gio.h>
-
 #include <atomic>
 #include <cstdlib>
 
@@ -37,6 +35,18 @@ void ForgetSystemBus() {
   if (ended) return;
   g_printerr("something still holds the connection to the private bus\n");
   std::abort();
+}
+
+GDBusConnection* OpenOwnConnection() {
+  char* const address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
+  if (address == nullptr) return nullptr;
+  GDBusConnection* const connection = g_dbus_connection_new_for_address_sync(
+      address,
+      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
+                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
+      nullptr, nullptr, nullptr);
+  g_free(address);
+  return connection;
 }
 
 }  // namespace kavrel_test

@@ -1,5 +1,8 @@
-// The connection to the system bus that GIO shares in a process, seen to its end.
+// Connections to the system bus: the one that GIO shares in a process, seen to its end, and others
+// beside it.
 #pragma once
+
+#include <gio/gio.h>
 
 namespace kavrel_test {
 
@@ -7,5 +10,9 @@ namespace kavrel_test {
 /// more, so that who asks for the system bus next gets a new one. Aborts when somebody never lets
 /// go. Without a bus nothing is waited for.
 void ForgetSystemBus();
+
+/// A connection that nobody else in the process uses, to be unreferenced; null when there is no
+/// bus.
+GDBusConnection* OpenOwnConnection();
 
 }  // namespace kavrel_test

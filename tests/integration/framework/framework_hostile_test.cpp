@@ -2,6 +2,7 @@
 #include <gio/gio.h>
 
 #include "framework_fixture.h"
+#include "shared_connection.h"
 
 namespace framework_test {
 namespace {
@@ -13,13 +14,6 @@ struct Unreference {
 /// Somebody on the bus who announces plug-ins that are none.
 class Stranger {
  public:
-  explicit Stranger(const kavrel_test::PrivateBus& bus)
-      : connection_(g_dbus_connection_new_for_address_sync(
-            bus.address().c_str(),
-            static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                              G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-            nullptr, nullptr, nullptr)) {}
-
   void Announce(const std::string& name, int type, bool added) const {
     Emit(g_variant_new("(sii)", name.c_str(), type, added ? 1 : 0));
   }
@@ -30,7 +24,7 @@ class Stranger {
   void Flush() const { g_dbus_connection_flush_sync(connection_.get(), nullptr, nullptr); }
 
  private:
-  std::unique_ptr<GDBusConnection, Unreference> connection_;
+  std::unique_ptr<GDBusConnection, Unreference> connection_{kavrel_test::OpenOwnConnection()};
 };
 
 std::vector<std::string> HarmfulNames() {
@@ -58,7 +52,7 @@ TEST_F(FrameworkHostileTest, EndlessAnnouncementsAreCapped) {
   const auto plugin = MakePlugin(*host, {"clock", "6", "glib", "Red"});
   host->Tell("cost");
   const Cost before = TakeCost(*host, "cost");
-  const Stranger stranger(bus_);
+  const Stranger stranger;
   const std::vector<std::string> names = HarmfulNames();
   int type = -2;
   for (const std::string& name : names) {
@@ -84,7 +78,7 @@ TEST_F(FrameworkHostileTest, EndlessAnnouncementsAreCapped) {
 TEST_F(FrameworkHostileTest, AnnouncementsOfAnotherFormAreDropped) {
   const auto host = MakeHost();
   const auto plugin = MakePlugin(*host, {"clock", "6", "glib", "Red"});
-  const Stranger stranger(bus_);
+  const Stranger stranger;
   stranger.Emit(nullptr);
   stranger.Emit(g_variant_new("(s)", "clock"));
   stranger.Emit(g_variant_new("(iis)", 6, 1, "clock"));
