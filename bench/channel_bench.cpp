@@ -11,59 +11,41 @@
 #include <unistd.h>
 
 #include <array>
-#include <atomic>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
 #include <string>
-#include <systemd/sd-bus.h>
 #include <utility>
 #include <vector>
 
+#include "allocations.h"
+#include "bare_bus.h"
 #include "bare_handshake.h"
 #include "legacy/HostDbus.h"
 #include "legacy/MessageCodec.h"
 #include "legacy/PluginDbus.h"
 #include "measure.h"
 #include "private_bus.h"
-
-// Every allocation of the process passes here, GLib's too.
-extern "C" void* __libc_malloc(std::size_t size);
-extern "C" void* __libc_calloc(std::size_t count, std::size_t size);
-extern "C" void* __libc_realloc(void* memory, std::size_t size);
-
-namespace {
-std::atomic<long> allocations = 0;
-std::atomic<long> allocated_bytes = 0;
-
-void Count(std::size_t size) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  allocated_bytes.fetch_add(static_cast<long>(size), std::memory_order_relaxed);
-}
-}  // namespace
-
-extern "C" void* malloc(std::size_t size) {
-  Count(size);
-  return __libc_malloc(size);
-}
-extern "C" void* calloc(std::size_t count, std::size_t size) {
-  Count(count * size);
-  return __libc_calloc(count, size);
-}
-extern "C" void* realloc(void* memory, std::size_t size) {
-  Count(size);
-  return __libc_realloc(memory, size);
-}
+#include "table.h"
 
 namespace {
 
 namespace glib = kavrel::glib;
+using kavrel_bench::AllocatedBytes;
+using kavrel_bench::Allocations;
 using kavrel_bench::AskBus;
 using kavrel_bench::BareEnd;
 using kavrel_bench::Child;
 using kavrel_bench::Clock;
+using kavrel_bench::GDBusCaller;
+using kavrel_bench::Kind;
+using kavrel_bench::MakeBody;
 using kavrel_bench::MicrosecondsSince;
+using kavrel_bench::Pairs;
+using kavrel_bench::ProcessorMicroseconds;
 using kavrel_bench::Row;
+using kavrel_bench::Samples;
+using kavrel_bench::SdBusCaller;
 using kavreldbus::CBaseDbus;
 using kavreldbus::CHostDbus;
 using kavreldbus::CPluginDbus;
@@ -72,27 +54,20 @@ using kavreldbus::MessageCodec;
 constexpr const char* kHost = "kavrel";
 constexpr const char* kPlugin = "bench";
 constexpr const char* kInterface = "org.zarnet.kavrel.DbusCommunication";
-constexpr const char* kBarePath = "/bare";
+constexpr const char* kGDBusName = "org.zarnet.bare";
+constexpr const char* kSdBusName = "org.zarnet.sdbus";
 constexpr int kRounds = 11;
 constexpr int kCalls = 200;
 constexpr int kBurst = 2000;
 constexpr int kHandshakes = 10;
 
-using Pairs = std::array<std::pair<const char*, const char*>, 4>;
-constexpr Pairs kPairs = {
-    {{"key", "KEY_VOLUMEUP"}, {"type", "pressed"}, {"device", "IR"}, {"time", "1234567890123"}}};
+const Pairs kPairs = {
+    {"key", "KEY_VOLUMEUP"}, {"type", "pressed"}, {"device", "IR"}, {"time", "1234567890123"}};
 
 CMessage FourPairs() {
   CMessage message;
   for (const auto& [key, value] : kPairs) message.AddValue(key, value);
   return message;
-}
-
-GVariant* BareBody() {
-  GVariantBuilder builder;
-  g_variant_builder_init(&builder, G_VARIANT_TYPE("a(ss)"));
-  for (const auto& [key, value] : kPairs) g_variant_builder_add(&builder, "(ss)", key, value);
-  return g_variant_new("(a(ss))", &builder);
 }
 
 struct ReadyPipe {
@@ -118,34 +93,7 @@ void IterateUntil(const Done& done) {
   while (!done()) g_main_context_iteration(nullptr, TRUE);
 }
 
-// ---- Who answers: a bare GDBus object, the channel's other end, an sd-bus object.
-
-void AnswerBarely(GDBusConnection* /*connection*/, const char* /*sender*/, const char* /*path*/,
-                  const char* /*interface*/, const char* /*method*/, GVariant* /*parameters*/,
-                  GDBusMethodInvocation* invocation, void* /*data*/) {
-  g_dbus_method_invocation_return_value(invocation, g_variant_new("(b)", TRUE));
-}
-
-void ServeBarely(const ReadyPipe& ready) {
-  const glib::Connection connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
-  const glib::NodeInfo node(g_dbus_node_info_new_for_xml(
-      "<node><interface name='org.zarnet.kavrel.DbusCommunication'><method name='Send'>"
-      "<arg type='a(ss)' direction='in'/><arg type='b' direction='out'/></method>"
-      "</interface></node>",
-      nullptr));
-  const GDBusInterfaceVTable table = {&AnswerBarely, nullptr, nullptr, {}};
-  glib::Error error;
-  const auto registration =
-      glib::RegisterObject(connection.get(), kBarePath, node.get(), &table, nullptr, error);
-  const auto name = glib::OwnNameOnSystemBus(
-      "org.zarnet.bare",
-      [](GDBusConnection*, const char*, void* data) {
-        // Calls arrive in order: the name is owned before anybody is told of it.
-        static_cast<const ReadyPipe*>(data)->Tell();
-      },
-      const_cast<ReadyPipe*>(&ready));
-  RunLoop();
-}
+// ---- Who answers
 
 void ServeChannel(const ReadyPipe& ready) {
   CPluginDbus end(kHost, kPlugin);
@@ -154,57 +102,7 @@ void ServeChannel(const ReadyPipe& ready) {
   RunLoop();
 }
 
-int AnswerWithSdBus(sd_bus_message* message, void* /*data*/, sd_bus_error* /*error*/) {
-  return sd_bus_reply_method_return(message, "b", 1);
-}
-
-void ServeWithSdBus(const ReadyPipe& ready) {
-  static const sd_bus_vtable table[] = {
-      SD_BUS_VTABLE_START(0),
-      SD_BUS_METHOD("Send", "a(ss)", "b", AnswerWithSdBus, SD_BUS_VTABLE_UNPRIVILEGED),
-      SD_BUS_VTABLE_END};
-  sd_bus* bus = nullptr;
-  if (sd_bus_open_system(&bus) < 0) std::abort();
-  sd_bus_add_object_vtable(bus, nullptr, kBarePath, kInterface, table, nullptr);
-  if (sd_bus_request_name(bus, "org.zarnet.sdbus", 0) < 0) std::abort();
-  ready.Tell();
-  while (true) {
-    if (sd_bus_process(bus, nullptr) == 0) sd_bus_wait(bus, UINT64_MAX);
-  }
-}
-
 // ---- Who calls
-
-/// A proxy as the channel makes it, on a connection of its own without the channel's filter.
-class BareCaller {
- public:
-  BareCaller() {
-    char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-    connection_.reset(g_dbus_connection_new_for_address_sync(
-        address,
-        static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                          G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-        nullptr, nullptr, nullptr));
-    g_free(address);
-    glib::Error error;
-    proxy_ = glib::MakeProxy(connection_.get(), "org.zarnet.bare", kBarePath, kInterface, error);
-  }
-
-  void Call() const {
-    const glib::Variant reply(g_dbus_proxy_call_sync(proxy_.get(), "Send", BareBody(),
-                                                     G_DBUS_CALL_FLAGS_NONE, -1, nullptr, nullptr));
-    if (reply == nullptr) throw std::runtime_error("the bare call failed");
-  }
-  void Send() const {
-    g_dbus_proxy_call(proxy_.get(), "Send", BareBody(), G_DBUS_CALL_FLAGS_NONE, -1, nullptr,
-                      nullptr, nullptr);
-  }
-  GDBusConnection* connection() const { return connection_.get(); }
-
- private:
-  glib::Connection connection_;
-  glib::Proxy proxy_;
-};
 
 class ChannelCaller {
  public:
@@ -212,11 +110,11 @@ class ChannelCaller {
     IterateUntil([this] { return end_.IsConnectionReady(); });
   }
 
-  void Call() {
+  void Call(const Pairs& /*pairs*/) {
     CMessage message = FourPairs();
     if (!end_.SendMessage(message, 0)) throw std::runtime_error("the channel's call failed");
   }
-  void Send() {
+  void Send(const Pairs& /*pairs*/) {
     CMessage message = FourPairs();
     end_.SendMessage(message, 1);
   }
@@ -225,72 +123,37 @@ class ChannelCaller {
   CHostDbus end_{kHost, kPlugin};
 };
 
-class SdBusCaller {
- public:
-  SdBusCaller() {
-    if (sd_bus_open_system(&bus_) < 0) throw std::runtime_error("no bus for sd-bus");
-  }
-  SdBusCaller(const SdBusCaller&) = delete;
-  SdBusCaller& operator=(const SdBusCaller&) = delete;
-  ~SdBusCaller() { sd_bus_flush_close_unref(bus_); }
-
-  void Call() const {
-    sd_bus_message* call = MakeCall();
-    sd_bus_message* reply = nullptr;
-    if (sd_bus_call(bus_, call, 0, nullptr, &reply) < 0) {
-      throw std::runtime_error("the call of sd-bus failed");
-    }
-    sd_bus_message_unref(reply);
-    sd_bus_message_unref(call);
-  }
-  void Send() const {
-    sd_bus_message* call = MakeCall();
-    sd_bus_message_set_expect_reply(call, 0);
-    sd_bus_send(bus_, call, nullptr);
-    sd_bus_message_unref(call);
-  }
-
- private:
-  sd_bus_message* MakeCall() const {
-    sd_bus_message* call = nullptr;
-    sd_bus_message_new_method_call(bus_, &call, "org.zarnet.sdbus", kBarePath, kInterface, "Send");
-    sd_bus_message_open_container(call, 'a', "(ss)");
-    for (const auto& [key, value] : kPairs) sd_bus_message_append(call, "(ss)", key, value);
-    sd_bus_message_close_container(call);
-    return call;
-  }
-
-  sd_bus* bus_ = nullptr;
-};
-
 template <class Caller>
-Row LatencyRow(const char* name, Caller& caller) {
-  return {name,
-          [&caller](Row& row) {
-            std::vector<double> samples;
-            for (int i = 0; i < kCalls; ++i) {
-              const auto start = Clock::now();
-              caller.Call();
-              samples.push_back(MicrosecondsSince(start));
-            }
-            kavrel_bench::AddSamples(row, samples);
-          },
-          {},
-          {}};
+Row LatencyRow(const char* name, Kind kind, Caller& caller, const std::vector<pid_t>& processes) {
+  return {
+      name,
+      [&caller, processes](Row& row) {
+        std::vector<double> samples;
+        const double processor = ProcessorMicroseconds(processes);
+        for (int i = 0; i < Samples(kCalls); ++i) {
+          const auto start = Clock::now();
+          caller.Call(kPairs);
+          samples.push_back(MicrosecondsSince(start));
+        }
+        row.processor.push_back((ProcessorMicroseconds(processes) - processor) / Samples(kCalls));
+        kavrel_bench::AddSamples(row, samples);
+      },
+      kind};
 }
 
 // Until the last one has been handled: a call behind them is answered.
 template <class Caller>
-Row RateRow(const char* name, Caller& caller) {
+Row RateRow(const char* name, Kind kind, Caller& caller, const std::vector<pid_t>& processes) {
   return {name,
-          [&caller](Row& row) {
+          [&caller, processes](Row& row) {
+            const double processor = ProcessorMicroseconds(processes);
             const auto start = Clock::now();
-            for (int i = 0; i < kBurst; ++i) caller.Send();
-            caller.Call();
+            for (int i = 0; i < kBurst; ++i) caller.Send(kPairs);
+            caller.Call(kPairs);
             row.p50.push_back(kBurst / MicrosecondsSince(start) * 1e6);
+            row.processor.push_back((ProcessorMicroseconds(processes) - processor) / kBurst);
           },
-          {},
-          {}};
+          kind};
 }
 
 // ---- Handshake
@@ -339,7 +202,7 @@ struct FirstEnds {
 
 /// `make` makes the second end of the pair of that name.
 template <class Make>
-Row HandshakeRow(const char* name, const FirstEnds& first, const Make& make) {
+Row HandshakeRow(const char* name, Kind kind, const FirstEnds& first, const Make& make) {
   return {name,
           [&first, make, pair = 0](Row& row) mutable {
             std::vector<double> samples;
@@ -355,8 +218,7 @@ Row HandshakeRow(const char* name, const FirstEnds& first, const Make& make) {
             }
             kavrel_bench::AddSamples(row, samples);
           },
-          {},
-          {}};
+          kind};
 }
 
 void DoBareSteps(GDBusConnection* connection) {
@@ -366,12 +228,12 @@ void DoBareSteps(GDBusConnection* connection) {
   }
   for (int i = 0; i < 2; ++i) {
     glib::Error error;
-    glib::MakeProxy(connection, ":1.0", kBarePath, kInterface, error);
+    glib::MakeProxy(connection, ":1.0", "/bare", kInterface, error);
   }
 }
 
 // What a handshake cannot do without, one after the other in one process.
-Row BareHandshakeRow(const BareCaller& caller) {
+Row BareHandshakeRow(const GDBusCaller& caller) {
   return {"3 x RequestName, ReleaseName and 2 proxies",
           [&caller](Row& row) {
             std::vector<double> samples;
@@ -382,8 +244,7 @@ Row BareHandshakeRow(const BareCaller& caller) {
             }
             kavrel_bench::AddSamples(row, samples);
           },
-          {},
-          {}};
+          Kind::kLimit};
 }
 
 // ---- Records
@@ -391,14 +252,14 @@ Row BareHandshakeRow(const BareCaller& caller) {
 template <class Work>
 void PrintRecordRow(const char* name, int times, const Work& work) {
   work();  // what is made once is made now
-  const long count_before = allocations;
-  const long bytes_before = allocated_bytes;
+  const long count_before = Allocations();
+  const long bytes_before = AllocatedBytes();
   const auto start = Clock::now();
   for (int i = 0; i < times; ++i) work();
   const double us = MicrosecondsSince(start);
   std::printf("%-44s %10.2f %12.1f %14.0f\n", name, us / times,
-              static_cast<double>(allocations - count_before) / times,
-              static_cast<double>(allocated_bytes - bytes_before) / times);
+              static_cast<double>(Allocations() - count_before) / times,
+              static_cast<double>(AllocatedBytes() - bytes_before) / times);
 }
 
 void PrintRecords() {
@@ -406,7 +267,7 @@ void PrintRecords() {
   std::string problem;
   const CMessage small = FourPairs();
   const glib::Variant small_body = MessageCodec::Encode(small, problem);
-  PrintRecordRow("encode, 4 pairs, bare GVariant", 20000, [] { glib::Sink(BareBody()); });
+  PrintRecordRow("encode, 4 pairs, bare GVariant", 20000, [] { glib::Sink(MakeBody(kPairs)); });
   PrintRecordRow("encode, 4 pairs", 20000, [&] { MessageCodec::Encode(small, problem); });
   PrintRecordRow("decode, 4 pairs", 20000, [&] {
     CMessage message;
@@ -432,33 +293,45 @@ int main() {
   const ReadyPipe sd_bus_ready;
   // All processes are made before this one has a second thread.
   FirstEnds first_ends;
-  const Child bare([&] { ServeBarely(bare_ready); });
+  const Child bare([&] {
+    kavrel_bench::ServeWithGDBus(
+        kGDBusName, [&] { bare_ready.Tell(); }, [] {});
+  });
   const Child channel([&] { ServeChannel(channel_ready); });
-  const Child leaner([&] { ServeWithSdBus(sd_bus_ready); });
+  const Child leaner([&] {
+    kavrel_bench::ServeWithSdBus(
+        kSdBusName, [&] { sd_bus_ready.Tell(); }, [] {});
+  });
   bare_ready.Wait();
   channel_ready.Wait();
   sd_bus_ready.Wait();
   {
-    BareCaller bare_caller;
+    const GDBusCaller gdbus_caller(kGDBusName);
     ChannelCaller channel_caller;
-    SdBusCaller sd_bus_caller;
-    kavrel_bench::RunLatencyTable("A message of 4 pairs that waits for its answer",
-                                  {LatencyRow("bare GDBus proxy call", bare_caller),
-                                   LatencyRow("SendMessage, waiting", channel_caller),
-                                   LatencyRow("sd-bus call, for information", sd_bus_caller)},
-                                  kRounds);
-    kavrel_bench::RunRateTable("Messages of 4 pairs that do not wait",
-                               {RateRow("bare GDBus proxy call", bare_caller),
-                                RateRow("SendMessage, not waiting", channel_caller),
-                                RateRow("sd-bus call, for information", sd_bus_caller)},
-                               kRounds);
+    const SdBusCaller sd_bus_caller(kSdBusName);
+    const pid_t daemon = bus.pid();
+    const auto rows = [&](auto make_row, const char* ours) -> std::vector<Row> {
+      return {
+          make_row("bare GDBus proxy call", Kind::kLimit, gdbus_caller,
+                   std::vector{bare.pid(), daemon}),
+          make_row(ours, Kind::kOurs, channel_caller, std::vector{channel.pid(), daemon}),
+          make_row("sd-bus call", Kind::kPeer, sd_bus_caller, std::vector{leaner.pid(), daemon})};
+    };
+    kavrel_bench::RunLatencyTable(
+        "A message of 4 pairs that waits for its answer",
+        rows([](auto&&... values) { return LatencyRow(values...); }, "SendMessage, waiting"),
+        kRounds);
+    kavrel_bench::RunRateTable(
+        "Messages of 4 pairs that do not wait",
+        rows([](auto&&... values) { return RateRow(values...); }, "SendMessage, not waiting"),
+        kRounds);
     kavrel_bench::RunLatencyTable(
         "Two ends find each other",
-        {BareHandshakeRow(bare_caller),
-         HandshakeRow("all steps, bare GDBus, between two processes", first_ends,
+        {BareHandshakeRow(gdbus_caller),
+         HandshakeRow("all steps, bare GDBus, between two processes", Kind::kLimit, first_ends,
                       [](const std::string& pair) { return std::make_unique<BareEnd>(pair); }),
          HandshakeRow(
-             "second end's constructor to both ready", first_ends,
+             "second end's constructor to both ready", Kind::kOurs, first_ends,
              [](const std::string& pair) { return std::make_unique<CHostDbus>(kHost, pair); })},
         kRounds);
   }

@@ -1,10 +1,9 @@
-// What the benchmarks of two processes share: where a process runs, how long things took, and
-// tables whose rows can be compared because they were measured in turns in one run.
+// What all benchmarks share: where a process runs, how long things took, what processors spent on
+// them. The tables that the figures end in are in table.h.
 #pragma once
 
 #include <sched.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,8 +13,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace kavrel_bench {
@@ -26,22 +28,39 @@ inline double MicrosecondsSince(Clock::time_point start) {
   return std::chrono::duration<double, std::micro>(Clock::now() - start).count();
 }
 
-/// Runs the calling process on one processor from now on.
-inline void PinTo(int cpu) {
+/// Whether a rough answer within a few minutes is wanted (KAVREL_BENCH_QUICK).
+inline bool Quick() {
+  static const bool quick = std::getenv("KAVREL_BENCH_QUICK") != nullptr;
+  return quick;
+}
+
+/// How often something is done in one round: a quarter of `full` when it has to be quick.
+inline int Samples(int full) {
+  return Quick() ? std::max(1, full / 4) : full;
+}
+
+/// Runs a process (0: the calling one) on one processor from now on, and all it starts.
+inline void PinTo(int cpu, pid_t pid = 0) {
   cpu_set_t set;
   CPU_ZERO(&set);
   CPU_SET(static_cast<unsigned>(cpu), &set);
-  if (sched_setaffinity(0, sizeof set, &set) != 0) std::perror("sched_setaffinity");
+  if (sched_setaffinity(pid, sizeof set, &set) != 0) std::perror("sched_setaffinity");
 }
 
-/// Processor time that the calling process has used.
-inline double ProcessorMicroseconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  const auto us = [](const timeval& t) {
-    return static_cast<double>(t.tv_sec) * 1e6 + static_cast<double>(t.tv_usec);
-  };
-  return us(usage.ru_utime) + us(usage.ru_stime);
+/// Processor time that a process has used so far; 0 is the calling one.
+inline double ProcessorMicroseconds(pid_t pid = 0) {
+  clockid_t clock = CLOCK_PROCESS_CPUTIME_ID;
+  timespec time{};
+  if (pid != 0 && clock_getcpuclockid(pid, &clock) != 0) return 0;
+  if (clock_gettime(clock, &time) != 0) return 0;
+  return static_cast<double>(time.tv_sec) * 1e6 + static_cast<double>(time.tv_nsec) / 1e3;
+}
+
+/// What the calling process and some others together have used.
+inline double ProcessorMicroseconds(const std::vector<pid_t>& others) {
+  double sum = ProcessorMicroseconds();
+  for (const pid_t other : others) sum += ProcessorMicroseconds(other);
+  return sum;
 }
 
 /// The value below which `percent` of the samples lie; sorts them.
@@ -78,47 +97,23 @@ class Child {
   pid_t pid_;
 };
 
-/// One measured thing over all rounds of a run.
-struct Row {
-  std::string name;
-  std::function<void(Row&)> measure;  ///< one round: appends to p50 and p99, or to rate
-  std::vector<double> p50;
-  std::vector<double> p99;
+/// Keeps the first processors busy with work that gives way to everything else, so that none of
+/// them sleeps: how long a virtual machine takes to wake one says nothing about a program.
+class KeptAwake {
+ public:
+  explicit KeptAwake(int processors) {
+    for (int cpu = 0; cpu < processors; ++cpu) {
+      spinning_.push_back(std::make_unique<Child>([cpu] {
+        PinTo(cpu);
+        const sched_param none{};
+        if (sched_setscheduler(0, SCHED_IDLE, &none) != 0) return;
+        for (;;) asm volatile("");
+      }));
+    }
+  }
+
+ private:
+  std::vector<std::unique_ptr<Child>> spinning_;
 };
-
-inline void AddSamples(Row& row, std::vector<double>& samples) {
-  row.p50.push_back(Percentile(samples, 50));
-  row.p99.push_back(Percentile(samples, 99));
-}
-
-/// Measures all rows in turns, so that whatever else the machine does hits all of them alike, and
-/// prints medians over the rounds beside their ratio to the first row, the reference.
-inline void RunLatencyTable(const char* title, std::vector<Row> rows, int rounds) {
-  for (int round = 0; round < rounds; ++round) {
-    for (Row& row : rows) row.measure(row);
-  }
-  std::printf("\n%s\n%-44s %10s %8s %10s %8s\n", title, "", "p50 us", "ratio", "p99 us", "ratio");
-  const double p50 = Median(rows.front().p50);
-  const double p99 = Median(rows.front().p99);
-  for (const Row& row : rows) {
-    std::printf("%-44s %10.2f %8.2f %10.2f %8.2f\n", row.name.c_str(), Median(row.p50),
-                Median(row.p50) / p50, Median(row.p99), Median(row.p99) / p99);
-  }
-  std::fflush(stdout);
-}
-
-/// The same for rates (one value a round, a second).
-inline void RunRateTable(const char* title, std::vector<Row> rows, int rounds) {
-  for (int round = 0; round < rounds; ++round) {
-    for (Row& row : rows) row.measure(row);
-  }
-  std::printf("\n%s\n%-44s %12s %8s\n", title, "", "a second", "ratio");
-  const double reference = Median(rows.front().p50);
-  for (const Row& row : rows) {
-    std::printf("%-44s %12.0f %8.2f\n", row.name.c_str(), Median(row.p50),
-                Median(row.p50) / reference);
-  }
-  std::fflush(stdout);
-}
 
 }  // namespace kavrel_bench

@@ -24,6 +24,7 @@
 #include "child_process.h"
 #include "measure.h"
 #include "private_bus.h"
+#include "shared_connection.h"
 #include "temporary_directory.h"
 
 namespace {
@@ -114,15 +115,9 @@ void MeasureParts() {
   Say("begin");
   LwipcWaitEvent("/tmp/kavrel-host_ready", 10000);
   Say("waited");
-  char* address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr);
-  GDBusConnection* const connection = g_dbus_connection_new_for_address_sync(
-      address,
-      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, nullptr, nullptr);
+  GDBusConnection* const connection = kavrel_test::OpenOwnConnection();
   Say("loggedin");
   g_object_unref(connection);
-  g_free(address);
 }
 
 void OpenWindow() {

@@ -1,298 +1,309 @@
-// The command path beside what it is made of and what else a program might use: a raw socket that
-// carries the same number of bytes, and a peer-to-peer call of sd-bus.
+// The command path beside what it is made of, raw sockets that carry as many bytes, and beside
+// other ways of calling a process.
 //
-//   rpc_bench [two-way|one-way|create|clients|start]   all without an argument
-#include <glib.h>
-#include <kavrel/app_api.h>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/socket.h>
+//   rpc_bench [two-way|one-way|at-once|clients|growth|create]   all without an argument
+//
+// It runs itself as the processes at the other ends:
+//
+//   rpc_bench serve NAME ADDRESS PROCESSOR
+//   rpc_bench call NAME ADDRESS PROCESSOR    reads how many calls to make, a line each time
+#include <sys/resource.h>
 
 #include <array>
 #include <cstring>
-#include <filesystem>
-#include <memory>
-#include <optional>
+#include <iostream>
+#include <stdexcept>
 #include <string_view>
-#include <systemd/sd-bus.h>
 
+#include "child_process.h"
 #include "measure.h"
-#include "null_service.h"
+#include "peers/peer.h"
+#include "private_bus.h"
+#include "table.h"
 #include "temporary_directory.h"
 
-using kavrel_bench::Child;
+using kavrel_bench::Caller;
 using kavrel_bench::Clock;
+using kavrel_bench::KeptAwake;
+using kavrel_bench::Kind;
 using kavrel_bench::MicrosecondsSince;
+using kavrel_bench::Peer;
+using kavrel_bench::Peers;
 using kavrel_bench::PinTo;
+using kavrel_bench::ProcessorMicroseconds;
 using kavrel_bench::Row;
+using kavrel_bench::Samples;
+using kavrel_test::ChildProcess;
 
 namespace {
 
 constexpr int kRounds = 7;
-constexpr int kCallsARound = 10000;
-constexpr int kMessagesARound = 200000;
-// What GetWindowSize's request and result, and the one-way command below, take on the wire.
-constexpr std::size_t kRequestBytes = 21;
-constexpr std::size_t kResultBytes = 28;
-constexpr std::size_t kOneWayBytes = 70;
+constexpr int kAnyProcessor = -1;
 
-const char* const kViewer = "org.zarnet.kavrel.bench";
+// --- Processes at the other ends
 
-// --- Processes at the other end
-
-class Service final : public kavrel_test::NullService {
- public:
-  using NullService::NullService;
-  bool GetWindowSize(int& out1) override {
-    out1 = 2;
-    return true;
+std::unique_ptr<ChildProcess> RunSelf(const char* role, const Peer& peer,
+                                      const std::string& address, int cpu) {
+  auto process = std::make_unique<ChildProcess>(kavrel_test::ChildOptions{
+      .arguments = {"/proc/self/exe", role, peer.name, address, std::to_string(cpu)}});
+  if (!process->WaitForLine("ready")) {
+    throw std::runtime_error(std::string(peer.name) + ": " + process->errors());
   }
-};
-
-class Factory final : public Service::Factory {
- public:
-  std::unique_ptr<Service::ServiceBase> MakeService(std::string sender,
-                                                    std::string instance) override {
-    return std::make_unique<Service>(std::move(sender), std::move(instance));
-  }
-};
-
-/// A viewer in a process of its own, listening when the object is there.
-class Viewer {
- public:
-  explicit Viewer(int cpu) : ready_(MakePipe()), child_([this, cpu] { Serve(cpu); }) {
-    char byte = 0;
-    if (read(ready_[0], &byte, 1) != 1) std::exit(1);
-  }
-  ~Viewer() {
-    close(ready_[0]);
-    close(ready_[1]);
-  }
-  pid_t pid() const { return child_.pid(); }
-
- private:
-  static std::array<int, 2> MakePipe() {
-    std::array<int, 2> fds{};
-    if (pipe(fds.data()) != 0) std::exit(1);
-    return fds;
-  }
-
-  void Serve(int cpu) const {
-    PinTo(cpu);
-    setenv("KAVREL_APP_ID", kViewer, 1);
-    rpc_port::KavrelAppApiStub::stub::KavrelAppApi stub;
-    stub.Listen(std::make_shared<Factory>());
-    if (write(ready_[1], "", 1) != 1) return;
-    g_main_loop_run(g_main_loop_new(nullptr, FALSE));
-  }
-
-  std::array<int, 2> ready_;
-  Child child_;
-};
-
-/// A connected pair of stream sockets with a process at the far end.
-class SocketPeer {
- public:
-  SocketPeer(int cpu, const std::function<void(int)>& serve)
-      : fds_(MakePair()), child_([&] {
-          PinTo(cpu);
-          serve(fds_[1]);
-        }) {
-    close(fds_[1]);
-  }
-  ~SocketPeer() { close(fds_[0]); }
-  int fd() const { return fds_[0]; }
-
- private:
-  static std::array<int, 2> MakePair() {
-    std::array<int, 2> fds{};
-    if (socketpair(AF_UNIX, SOCK_STREAM, 0, fds.data()) != 0) std::exit(1);
-    return fds;
-  }
-
-  std::array<int, 2> fds_;
-  Child child_;
-};
-
-void Echo(int fd) {
-  std::array<char, 4096> buffer{};
-  while (read(fd, buffer.data(), buffer.size()) > 0) {
-    if (write(fd, buffer.data(), kResultBytes) < 0) return;
-  }
+  return process;
 }
 
-void PollAndRead(int fd) {
-  std::array<char, 65536> buffer{};
-  pollfd waited{fd, POLLIN, 0};
-  while (poll(&waited, 1, -1) > 0 && read(fd, buffer.data(), buffer.size()) > 0) {
+void SayReady() {
+  std::cout << "ready" << std::endl;
+}
+
+void PinUnlessAny(int cpu) {
+  if (cpu != kAnyProcessor) PinTo(cpu);
+}
+
+int ServeAs(const Peer& peer, const std::string& address, int cpu) {
+  PinUnlessAny(cpu);
+  peer.serve(address, SayReady);
+  return 0;
+}
+
+/// One of many clients: makes as many one-way calls as it is told to, and says what they took.
+int CallAs(const Peer& peer, const std::string& address, int cpu) {
+  PinUnlessAny(cpu);
+  const std::unique_ptr<Caller> caller = peer.connect(address);
+  SayReady();
+  for (int count = 0; std::cin >> count;) {
+    const double before = ProcessorMicroseconds();
+    for (int i = 0; i < count; ++i) caller->OneWay(i);
+    caller->Settle();
+    std::cout << "done " << ProcessorMicroseconds() - before << std::endl;
   }
+  return 0;
 }
 
-int OnGetWindowSize(sd_bus_message* message, void* /*data*/, sd_bus_error* /*error*/) {
-  return sd_bus_reply_method_return(message, "ib", 2, 1);
-}
-
-int OnShow(sd_bus_message* /*message*/, void* /*data*/, sd_bus_error* /*error*/) {
-  return 1;
-}
-
-const sd_bus_vtable kBusVtable[] = {
-    SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD("GetWindowSize", "", "ib", &OnGetWindowSize, SD_BUS_VTABLE_UNPRIVILEGED),
-    SD_BUS_METHOD("Show", "iss", "", &OnShow, SD_BUS_VTABLE_UNPRIVILEGED), SD_BUS_VTABLE_END};
-
-void ServeBus(int fd) {
-  sd_bus* bus = nullptr;
-  sd_id128_t id{};
-  sd_id128_randomize(&id);
-  sd_bus_new(&bus);
-  sd_bus_set_fd(bus, fd, fd);
-  sd_bus_set_server(bus, 1, id);
-  sd_bus_start(bus);
-  sd_bus_add_object_vtable(bus, nullptr, "/viewer", "org.zarnet.Bench", kBusVtable, nullptr);
-  while (true) {
-    const int result = sd_bus_process(bus, nullptr);
-    if (result < 0) return;
-    if (result == 0) sd_bus_wait(bus, UINT64_MAX);
-  }
-}
-
-class BusClient {
+/// A way of calling with its service running. What fails is said in the table.
+class Service {
  public:
-  explicit BusClient(int fd) {
-    sd_bus_new(&bus_);
-    sd_bus_set_fd(bus_, dup(fd), dup(fd));
-    sd_bus_start(bus_);
-  }
-  ~BusClient() { sd_bus_unref(bus_); }
-
-  void GetWindowSize() {
-    sd_bus_message* reply = nullptr;
-    if (sd_bus_call_method(bus_, nullptr, "/viewer", "org.zarnet.Bench", "GetWindowSize", nullptr,
-                           &reply, "") < 0) {
-      std::exit(1);
+  Service(const Peer& peer, const std::string& address, int cpu, pid_t daemon)
+      : peer_(peer), address_(address) {
+    if (peer.missing != nullptr) {
+      missing_ = peer.missing;
+      return;
     }
-    int size = 0;
-    int result = 0;
-    sd_bus_message_read(reply, "ib", &size, &result);
-    sd_bus_message_unref(reply);
-  }
-
- private:
-  sd_bus* bus_ = nullptr;
-};
-
-class Handle {
- public:
-  Handle() : handle_(kavrel_api_create(kViewer)) {
-    if (handle_ == nullptr) {
-      std::fprintf(stderr, "rpc_bench: the viewer does not answer\n");
-      std::exit(1);
+    try {
+      process_ = RunSelf("serve", peer, address, cpu);
+      others_.push_back(process_->pid());
+      if (peer.on_bus) others_.push_back(daemon);
+    } catch (const std::exception& error) {
+      missing_ = error.what();
     }
   }
-  Handle(const Handle&) = delete;
-  Handle& operator=(const Handle&) = delete;
-  ~Handle() { kavrel_api_destroy(handle_); }
 
-  int WindowSize() const {
-    int size = -1;
-    if (!kavrel_api_get_window_size(handle_, size)) std::exit(1);
-    return size;
+  const Peer& peer() const { return peer_; }
+  const std::string& address() const { return address_; }
+  /// Processes beside the caller's that work for a call.
+  const std::vector<pid_t>& others() const { return others_; }
+
+  void Connect(std::size_t clients) {
+    while (missing_.empty() && callers_.size() < clients) {
+      try {
+        callers_.push_back(peer_.connect(address_));
+      } catch (const std::exception& error) {
+        missing_ = error.what();
+      }
+    }
   }
-  kavrel_api_h get() const { return handle_; }
+  void Disconnect() { callers_.clear(); }
+  Caller& caller() { return *callers_[callers_.size() / 2]; }
+
+  /// A row of it that `measure` measures.
+  Row MakeRow(std::function<void(Row&)> measure) const {
+    Row row{peer_.name, std::move(measure), peer_.kind};
+    row.missing = missing_;
+    return row;
+  }
 
  private:
-  kavrel_api_h handle_;
+  const Peer& peer_;
+  std::string address_;
+  std::string missing_;
+  std::unique_ptr<ChildProcess> process_;
+  std::vector<pid_t> others_;
+  std::vector<std::unique_ptr<Caller>> callers_;
 };
+
+/// All ways of calling, or some, with their services on one processor. In a directory of its own.
+class Services {
+ public:
+  Services(kavrel_test::PrivateBus& bus, int cpu, const std::function<bool(const Peer&)>& wanted)
+      : cpu_(cpu) {
+    if (cpu != kAnyProcessor) PinTo(cpu, bus.pid());
+    for (const Peer& peer : Peers()) {
+      if (!wanted(peer)) continue;
+      const std::string address =
+          directory_.Path(std::string("s").append(std::to_string(all_.size())));
+      all_.push_back(std::make_unique<Service>(peer, address, cpu, bus.pid()));
+    }
+  }
+
+  std::vector<std::unique_ptr<Service>>& all() { return all_; }
+  int cpu() const { return cpu_; }
+  void Connect(std::size_t clients) {
+    for (const auto& service : all_) service->Connect(clients);
+  }
+
+ private:
+  kavrel_test::TemporaryDirectory directory_;
+  int cpu_;
+  std::vector<std::unique_ptr<Service>> all_;
+};
+
+// Packets cannot be read many at a time: streams are the limit of what is not answered.
+bool IsNoPacket(const Peer& peer) {
+  return std::string_view(peer.name) != Peers().front().name;
+}
+bool IsNoStream(const Peer& peer) {
+  return std::string_view(peer.name) != kavrel_bench::RawStreamPeer().name;
+}
+bool TakesThousandClients(const Peer& peer) {
+  return peer.kind != Kind::kPeer || peer.messages >= 10'000;
+}
 
 // --- Measurements
 
-template <class F>
-void MeasureCalls(Row& row, const F& call) {
+void MeasureCalls(Row& row, Service& service) {
+  Caller& caller = service.caller();
+  const int calls = Samples(service.peer().messages / 4);
   std::vector<double> samples;
-  samples.reserve(kCallsARound);
-  for (int i = 0; i < 200; ++i) call();
-  for (int i = 0; i < kCallsARound; ++i) {
+  samples.reserve(static_cast<std::size_t>(calls));
+  for (int i = 0; i < calls / 20; ++i) caller.TwoWay();
+  const double processor = ProcessorMicroseconds(service.others());
+  for (int i = 0; i < calls; ++i) {
     const auto start = Clock::now();
-    call();
+    caller.TwoWay();
     samples.push_back(MicrosecondsSince(start));
   }
+  row.processor.push_back((ProcessorMicroseconds(service.others()) - processor) / calls);
   kavrel_bench::AddSamples(row, samples);
 }
 
-void RawCall(int fd) {
-  std::array<char, kResultBytes> buffer{};
-  if (write(fd, buffer.data(), kRequestBytes) < 0) std::exit(1);
-  std::size_t got = 0;
-  while (got < kResultBytes) {
-    const ssize_t n = read(fd, buffer.data(), buffer.size() - got);
-    if (n <= 0) std::exit(1);
-    got += static_cast<std::size_t>(n);
-  }
-}
-
-void TwoWay(int peer_cpu, const char* title) {
-  PinTo(0);
-  const Viewer viewer(peer_cpu);
-  const Handle handle;
-  const SocketPeer raw(peer_cpu, &Echo);
-  const SocketPeer bus_peer(peer_cpu, &ServeBus);
-  BusClient bus(bus_peer.fd());
-  kavrel_bench::RunLatencyTable(
-      title,
-      {{"raw stream socket, same bytes",
-        [&](Row& row) { MeasureCalls(row, [&] { RawCall(raw.fd()); }); },
-        {},
-        {}},
-       {"kavrel_api_get_window_size",
-        [&](Row& row) { MeasureCalls(row, [&] { handle.WindowSize(); }); },
-        {},
-        {}},
-       {"sd-bus, peer to peer",
-        [&](Row& row) { MeasureCalls(row, [&] { bus.GetWindowSize(); }); },
-        {},
-        {}}},
-      kRounds);
-}
-
-template <class F>
-void MeasureRate(Row& row, int messages, const F& send_all) {
+void MeasureOneWay(Row& row, Service& service) {
+  Caller& caller = service.caller();
+  const int messages = Samples(service.peer().messages);
+  const double processor = ProcessorMicroseconds(service.others());
   const auto start = Clock::now();
-  send_all(messages);
+  for (int i = 0; i < messages; ++i) caller.OneWay(i);
+  caller.Settle();  // the rate counts what has been served
   row.p50.push_back(messages / MicrosecondsSince(start) * 1e6);
+  row.processor.push_back((ProcessorMicroseconds(service.others()) - processor) / messages);
 }
 
-void OneWay(int peer_cpu, const char* title) {
+std::vector<Row> RowsOf(Services& services, void (*measure)(Row&, Service&)) {
+  std::vector<Row> rows;
+  for (const auto& service : services.all()) {
+    rows.push_back(
+        service->MakeRow([measure, &service = *service](Row& row) { measure(row, service); }));
+  }
+  return rows;
+}
+
+void TwoWay(kavrel_test::PrivateBus& bus) {
   PinTo(0);
-  const Viewer viewer(peer_cpu);
-  const Handle handle;
-  const SocketPeer raw(peer_cpu, &PollAndRead);
-  const std::string text = "0123456789abcdef";
-  std::array<char, kOneWayBytes> frame{};
-  kavrel_bench::RunRateTable(
-      title,
-      {{"raw writes, polling reader, same bytes",
-        [&](Row& row) {
-          MeasureRate(row, kMessagesARound, [&](int count) {
-            for (int i = 0; i < count; ++i) {
-              if (write(raw.fd(), frame.data(), frame.size()) < 0) std::exit(1);
-            }
-          });
-        },
-        {},
-        {}},
-       {"kavrel_api_show_rating_banner",
-        [&](Row& row) {
-          MeasureRate(row, kMessagesARound, [&](int count) {
-            for (int i = 0; i < count; ++i) {
-              kavrel_api_show_rating_banner(handle.get(), i, text, text);
-            }
-            handle.WindowSize();  // the rate counts what the viewer has served
-          });
-        },
-        {},
-        {}}},
-      kRounds);
+  {
+    Services services(bus, 0, IsNoStream);
+    services.Connect(1);
+    kavrel_bench::RunLatencyTable("Two-way call, both processes on one core",
+                                  RowsOf(services, MeasureCalls), kRounds);
+  }
+  const KeptAwake awake(2);
+  Services services(bus, 1, IsNoStream);
+  services.Connect(1);
+  kavrel_bench::RunLatencyTable("Two-way call, two cores kept awake",
+                                RowsOf(services, MeasureCalls), kRounds);
+}
+
+void OneWay(kavrel_test::PrivateBus& bus) {
+  PinTo(0);
+  {
+    Services services(bus, 0, IsNoPacket);
+    services.Connect(1);
+    kavrel_bench::RunRateTable("One-way calls (int and two 16-byte strings), one core",
+                               RowsOf(services, MeasureOneWay), kRounds);
+  }
+  const KeptAwake awake(2);
+  Services services(bus, 1, IsNoPacket);
+  services.Connect(1);
+  kavrel_bench::RunRateTable("One-way calls, two cores kept awake", RowsOf(services, MeasureOneWay),
+                             kRounds);
+}
+
+/// Clients of one service, a process each.
+class Crowd {
+ public:
+  static constexpr int kClients = 8;
+
+  explicit Crowd(const Service& service) : service_(service) {
+    for (int i = 0; i < kClients; ++i) {
+      clients_.push_back(RunSelf("call", service.peer(), service.address(), kAnyProcessor));
+    }
+  }
+
+  void Measure(Row& row) {
+    const int each = Samples(service_.peer().messages) / 4;
+    double processor = -OfOthers();
+    const auto start = Clock::now();
+    for (const auto& client : clients_) client->WriteInput(std::to_string(each) + '\n');
+    for (const auto& client : clients_) {
+      const auto line = client->WaitForLine("done ");
+      if (!line) throw std::runtime_error("a client did not end: " + client->errors());
+      processor += std::stod(line->substr(std::strlen("done ")));
+    }
+    row.p50.push_back(kClients * each / MicrosecondsSince(start) * 1e6);
+    row.processor.push_back((processor + OfOthers()) / (kClients * each));
+  }
+
+ private:
+  double OfOthers() const {
+    double sum = 0;
+    for (const pid_t pid : service_.others()) sum += ProcessorMicroseconds(pid);
+    return sum;
+  }
+
+  const Service& service_;
+  std::vector<std::unique_ptr<ChildProcess>> clients_;
+};
+
+void AtOnce(kavrel_test::PrivateBus& bus) {
+  Services services(bus, kAnyProcessor, IsNoPacket);
+  std::vector<std::unique_ptr<Crowd>> crowds;
+  std::vector<Row> rows;
+  for (const auto& service : services.all()) {
+    rows.push_back(service->MakeRow({}));
+    if (!rows.back().missing.empty()) continue;
+    crowds.push_back(std::make_unique<Crowd>(*service));
+    rows.back().measure = [&crowd = *crowds.back()](Row& row) { crowd.Measure(row); };
+  }
+  kavrel_bench::RunRateTable("One-way calls of 8 clients at once, all cores", rows, kRounds);
+}
+
+void Clients(kavrel_test::PrivateBus& bus) {
+  PinTo(0);
+  Services services(bus, 0, IsNoStream);
+  services.Connect(200);
+  kavrel_bench::RunLatencyTable("Two-way call beside 200 connected clients, one core",
+                                RowsOf(services, MeasureCalls), kRounds);
+}
+
+void Growth(kavrel_test::PrivateBus& bus) {
+  PinTo(0);
+  Services services(
+      bus, 0, [](const Peer& peer) { return IsNoStream(peer) && TakesThousandClients(peer); });
+  for (const int clients : {1, 10, 100, 1000}) {
+    services.Connect(static_cast<std::size_t>(clients));
+    std::vector<Row> rows = RowsOf(services, MeasureCalls);
+    for (Row& row : rows) row.size = clients;
+    kavrel_bench::RunLatencyTable("Growth: a two-way call with so many connected clients", rows,
+                                  kRounds);
+  }
 }
 
 // A field of /proc/<pid>/status, such as VmRSS in kB.
@@ -310,106 +321,86 @@ long StatusField(pid_t pid, const char* field) {
   return value;
 }
 
-double ProcessorSeconds(pid_t pid) {
-  clockid_t clock = 0;
-  timespec time{};
-  if (clock_getcpuclockid(pid, &clock) != 0 || clock_gettime(clock, &time) != 0) return -1;
-  return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+bool IsOurs(const Peer& peer) {
+  return peer.kind == Kind::kOurs;
 }
 
-void Clients() {
+void IdleClients(kavrel_test::PrivateBus& bus) {
   constexpr int kClients = 200;
-  const Viewer viewer(0);
-  const long before = StatusField(viewer.pid(), "VmRSS:");
-  std::vector<std::unique_ptr<Handle>> handles;
-  for (int i = 0; i < kClients; ++i) handles.push_back(std::make_unique<Handle>());
-  handles.back()->WindowSize();
-  const long memory = StatusField(viewer.pid(), "VmRSS:") - before;
-  const long switches = StatusField(viewer.pid(), "voluntary_ctxt_switches:");
-  const double busy = ProcessorSeconds(viewer.pid());
-  sleep(5);
-  std::printf("\n%d connected clients, idle for 5 s\n", kClients);
-  std::printf("%-44s %10ld\n", "threads of the viewer", StatusField(viewer.pid(), "Threads:"));
+  Services services(bus, 0, IsOurs);
+  const pid_t viewer = services.all().front()->others().front();
+  const long before = StatusField(viewer, "VmRSS:");
+  services.Connect(kClients);
+  services.all().front()->caller().TwoWay();
+  const long memory = StatusField(viewer, "VmRSS:") - before;
+  const long switches = StatusField(viewer, "voluntary_ctxt_switches:");
+  const double busy = ProcessorMicroseconds(viewer);
+  sleep(static_cast<unsigned>(Samples(4)));
+  std::printf("\n%d connected clients, idle for %d s\n", kClients, Samples(4));
+  std::printf("%-44s %10ld\n", "threads of the viewer", StatusField(viewer, "Threads:"));
   std::printf("%-44s %10.1f\n", "resident kB a client", static_cast<double>(memory) / kClients);
   std::printf("%-44s %10ld\n", "wake-ups of the main thread",
-              StatusField(viewer.pid(), "voluntary_ctxt_switches:") - switches);
-  std::printf("%-44s %10.3f\n", "processor ms", (ProcessorSeconds(viewer.pid()) - busy) * 1e3);
-  PinTo(0);
-  kavrel_bench::RunLatencyTable(
-      "Two-way call beside 200 connected clients, one core",
-      {{"kavrel_api_get_window_size",
-        [&](Row& row) { MeasureCalls(row, [&] { handles[100]->WindowSize(); }); },
-        {},
-        {}}},
-      kRounds);
+              StatusField(viewer, "voluntary_ctxt_switches:") - switches);
+  std::printf("%-44s %10.3f\n", "processor ms", (ProcessorMicroseconds(viewer) - busy) / 1e3);
 }
 
-void Create() {
+void Create(kavrel_test::PrivateBus& bus) {
   PinTo(0);
-  const Viewer viewer(1);
-  kavrel_bench::RunLatencyTable("From kavrel_api_create to the first answer, two cores",
-                                {{"create, first answer",
-                                  [&](Row& row) {
-                                    std::vector<double> samples;
-                                    for (int i = 0; i < 300; ++i) {
-                                      const auto start = Clock::now();
-                                      const Handle handle;
-                                      handle.WindowSize();
-                                      samples.push_back(MicrosecondsSince(start));
-                                    }
-                                    kavrel_bench::AddSamples(row, samples);
-                                  },
-                                  {},
-                                  {}}},
-                                kRounds);
-}
-
-void MeasureStart(Row& row, const std::string& program) {
-  std::vector<double> samples;
-  for (int i = 0; i < 50; ++i) {
-    const auto start = Clock::now();
-    pid_t pid = 0;
-    std::array<char*, 2> arguments{const_cast<char*>(program.c_str()), nullptr};
-    if (posix_spawn(&pid, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
-      std::perror(program.c_str());
-      std::exit(1);
+  Services services(bus, 0, IsNoStream);
+  const auto connect = [](Row& row, Service& service) {
+    std::vector<double> samples;
+    for (int i = 0; i < Samples(service.peer().messages / 100); ++i) {
+      const auto start = Clock::now();
+      service.Connect(1);
+      service.caller().TwoWay();
+      samples.push_back(MicrosecondsSince(start));
+      service.Disconnect();
     }
-    waitpid(pid, nullptr, 0);
-    samples.push_back(MicrosecondsSince(start));
-  }
-  kavrel_bench::AddSamples(row, samples);
+    kavrel_bench::AddSamples(row, samples);
+  };
+  kavrel_bench::RunLatencyTable("From connecting to the first answer, one core",
+                                RowsOf(services, connect), kRounds);
 }
 
-void Start(const std::string& directory) {
-  kavrel_bench::RunLatencyTable(
-      "Start to end of a program that does nothing",
-      {{"linked with the C++ library alone",
-        [&](Row& row) { MeasureStart(row, directory + "/start_nothing"); },
-        {},
-        {}},
-       {"linked with libkavrel-api",
-        [&](Row& row) { MeasureStart(row, directory + "/start_client"); },
-        {},
-        {}}},
-      kRounds);
+// A thousand clients of several services in one process.
+void AllowManyFiles() {
+  rlimit limit{};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+void Run(std::string_view only) {
+  const kavrel_test::TemporaryDirectory directory;
+  setenv("KAVREL_RUNTIME_DIR", directory.path().c_str(), 1);
+  kavrel_test::PrivateBus bus({.configuration =
+                                   "  <limit name=\"max_connections_per_user\">4096</limit>\n"
+                                   "  <limit name=\"max_completed_connections\">4096</limit>\n"});
+  const std::pair<std::string_view, void (*)(kavrel_test::PrivateBus&)> parts[] = {
+      {"at-once", AtOnce},      {"two-way", TwoWay},  {"one-way", OneWay}, {"create", Create},
+      {"clients", IdleClients}, {"clients", Clients}, {"growth", Growth}};
+  for (const auto& [name, run] : parts) {
+    if (only.empty() || only == name) run(bus);
+  }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::string_view only = argc > 1 ? argv[1] : "";
-  const kavrel_test::TemporaryDirectory directory;
-  setenv("KAVREL_RUNTIME_DIR", directory.path().c_str(), 1);
+  const std::string_view role = argc > 1 ? argv[1] : "";
   setenv("KAVREL_LOG", "none", 1);
-  if (only.empty() || only == "two-way") {
-    TwoWay(0, "Two-way call, both processes on one core");
-    TwoWay(1, "Two-way call, two cores");
+  try {
+    AllowManyFiles();
+    if (role == "serve" && argc == 5) {
+      return ServeAs(kavrel_bench::PeerOf(argv[2]), argv[3], std::stoi(argv[4]));
+    }
+    if (role == "call" && argc == 5) {
+      return CallAs(kavrel_bench::PeerOf(argv[2]), argv[3], std::stoi(argv[4]));
+    }
+    Run(role);
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "rpc_bench: %s\n", error.what());
+    return 1;
   }
-  if (only.empty() || only == "one-way") {
-    OneWay(0, "One-way calls (int and two 16-byte strings), one core");
-    OneWay(1, "One-way calls, two cores");
-  }
-  if (only.empty() || only == "create") Create();
-  if (only.empty() || only == "clients") Clients();
-  if (only.empty() || only == "start") Start(std::filesystem::path(argv[0]).parent_path());
+  return 0;
 }

@@ -20,6 +20,7 @@
 #include <string_view>
 
 #include "measure.h"
+#include "table.h"
 #include "temporary_directory.h"
 
 using kavrel_bench::AddSamples;
@@ -182,20 +183,14 @@ void BenchGet(const std::string& directory) {
   RunLatencyTable(
       "get of an int",
       {{"bare LMDB, transaction renewed",
-        [&](Row& row) { TimeCalls(row, kReads, [&](int) { keep = bare.Get(kKey); }); },
-        {},
-        {}},
+        [&](Row& row) { TimeCalls(row, kReads, [&](int) { keep = bare.Get(kKey); }); }},
        {"bare LMDB, new transaction",
         [&](Row& row) {
           TimeCalls(row, kReads, [&](int) { keep = bare.GetInNewTransaction(kKey); });
-        },
-        {},
-        {}},
+        }},
        {"vconf_get_int, unchanged key",
-        [&](Row& row) { TimeCalls(row, kReads, [&](int) { vconf_get_int(kKey, &keep); }); },
-        {},
-        {}},
-       {"vconf_get_int, changed by another process", changed, {}, {}}},
+        [&](Row& row) { TimeCalls(row, kReads, [&](int) { vconf_get_int(kKey, &keep); }); }},
+       {"vconf_get_int, changed by another process", changed}},
       kRounds);
 }
 
@@ -346,7 +341,7 @@ void RunFanOut(const char* title, const std::string& directory, int watchers, in
       }
       AddSamples(row, samples);
     };
-    rows.push_back({kind.name, measure, {}, {}});
+    rows.push_back({kind.name, measure});
   }
   RunLatencyTable(title, std::move(rows), kRounds);
 }
@@ -391,35 +386,26 @@ void BenchSet(const std::string& directory) {
   RunLatencyTable(
       "volatile set of an int",
       {{"bare LMDB without sync",
-        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { bare.Set(kKey, i); }); },
-        {},
-        {}},
+        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { bare.Set(kKey, i); }); }},
        {"bare LMDB without sync, writable map",
-        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { mapped.Set(kKey, i); }); },
-        {},
-        {}},
-       {"bare inotify: waking one sleeper", wake, {}, {}},
+        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { mapped.Set(kKey, i); }); }},
+       {"bare inotify: waking one sleeper", wake},
        {"vconf_set_int, nobody watches",
-        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { vconf_set_int(kKey, i); }); },
-        {},
-        {}}},
+        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { vconf_set_int(kKey, i); }); }}},
       kRounds);
 }
 
 void BenchDurable(const std::string& directory) {
   constexpr int kSets = 100;
   BareLmdb bare(directory + "/durable.mdb", 0);
-  RunLatencyTable(
-      "durable set of an int",
-      {{"bare LMDB, synced",
-        [&](Row& row) { TimeEachCall(row, kSets, [&](int i) { bare.Set(kKey, i); }); },
-        {},
-        {}},
-       {"vconf_set_int",
-        [&](Row& row) { TimeEachCall(row, kSets, [&](int i) { vconf_set_int(kDurableKey, i); }); },
-        {},
-        {}}},
-      kRounds);
+  RunLatencyTable("durable set of an int",
+                  {{"bare LMDB, synced",
+                    [&](Row& row) { TimeEachCall(row, kSets, [&](int i) { bare.Set(kKey, i); }); }},
+                   {"vconf_set_int",
+                    [&](Row& row) {
+                      TimeEachCall(row, kSets, [&](int i) { vconf_set_int(kDurableKey, i); });
+                    }}},
+                  kRounds);
 }
 
 /// What watchers cost a writer: the time of one set, as fast as it can and at stated rates.
@@ -446,10 +432,10 @@ void BenchBurst(const std::string&) {
     FanOut fan_out(watchers, -1, WaitForVconf, WakeVconf);
     const std::string title = "volatile set, " + std::to_string(watchers) + " watching processes";
     RunLatencyTable(title.c_str(),
-                    {{"at full speed", at_full_speed, {}, {}},
-                     {"10,000 a second", at_interval(std::chrono::microseconds(100), 5000), {}, {}},
-                     {"1,000 a second", at_interval(std::chrono::microseconds(1000), 500), {}, {}},
-                     {"100 a second", at_interval(std::chrono::microseconds(10000), 50), {}, {}}},
+                    {{"at full speed", at_full_speed},
+                     {"10,000 a second", at_interval(std::chrono::microseconds(100), 5000)},
+                     {"1,000 a second", at_interval(std::chrono::microseconds(1000), 500)},
+                     {"100 a second", at_interval(std::chrono::microseconds(10000), 50)}},
                     kRounds);
   }
 }
