@@ -111,6 +111,7 @@ TEST_F(Plugins, ComeBackWithTheirWindowsToo) {
 
 TEST_F(Plugins, BelongToTheFirstViewerOfABus) {
   const auto first = StartViewer();
+  const auto listener = StartListener(*first, "listener", {});  // the host is on the bus by then
   const auto second = StartViewer({"--app-id", "org.zarnet.second"});
   EXPECT_THAT(second->errors(), HasSubstr("kavrel-viewer: plug-ins are off: another viewer on this "
                                           "bus is their host\n"));

@@ -125,7 +125,7 @@ TEST_F(Screen, IsSavedAtTheEnd) {
   const auto viewer = StartViewer({"--screenshot", file});
   Tool({"call", "show-channel-banner", "1"});
   viewer->Signal(SIGTERM);
-  EXPECT_EQ(OutcomeOf(*viewer).exit_code, 0);
+  EXPECT_EQ(OutcomeOf(*viewer).exit_code, 0) << viewer->errors();
   EXPECT_EQ(Pixels(file).At(600, 660), kBanner);
 }
 
