@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <limits>
+#include <new>
 
 #include "log.h"
 
@@ -140,9 +141,16 @@ int ClientMainPort::TakeParcel(Parcel** parcel) {
     return -EBADMSG;
   }
   Parcel* received = Parcel::FromFrame(frame);
-  intake_.Settle();
-  if (received == nullptr) return -ENOMEM;
+  if (received == nullptr) {
+    intake_.PutBack(frame);
+    return -ENOMEM;
+  }
   *parcel = received;
+  try {
+    intake_.Settle();
+  } catch (const std::bad_alloc&) {
+    // What is left stays where it is, and is settled after the next read.
+  }
   return 0;
 }
 

@@ -84,6 +84,10 @@ Intake::Next Intake::Take(Bytes& frame) {
   return Next::kFrame;
 }
 
+void Intake::PutBack(Bytes frame) {
+  unread_ = Bytes(frame.data(), frame.size() + unread_.size());
+}
+
 void Intake::Settle() {
   if (unread_.empty() && own_.empty()) {
     is_passing_ = false;

@@ -32,6 +32,8 @@ class Intake {
 
   /// Takes the next whole frame, which stays where it is until the next Receive or Settle.
   Next Take(Bytes& frame);
+  /// Makes the frame that was taken last the next one again; before the next Receive or Settle.
+  void PutBack(Bytes frame);
   /// What was wrong at the last kFault.
   const char* fault() const { return fault_; }
 

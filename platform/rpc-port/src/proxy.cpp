@@ -85,9 +85,15 @@ int Proxy::Connect(const std::string& app_id, const std::string& port_name) {
   const auto self = shared_from_this();
   const std::lock_guard lock(mutex_);
   if (const int result = Begin(app_id, port_name); result != 0) return result;
-  handshake_ = std::make_unique<ClientHandshake>();
-  if (const int result = handshake_->Start(app_id, port_name); result != 0) return Abandon(result);
-  WatchHandshake();
+  try {
+    handshake_ = std::make_unique<ClientHandshake>();
+    if (const int result = handshake_->Start(app_id, port_name); result != 0)
+      return Abandon(result);
+    WatchHandshake();
+  } catch (...) {
+    Abandon(-ENOMEM);
+    throw;
+  }
   return 0;
 }
 
@@ -134,10 +140,18 @@ int Proxy::ConnectSync(const std::string& app_id, const std::string& port_name) 
     const std::lock_guard lock(mutex_);
     if (const int result = Begin(app_id, port_name); result != 0) return result;
   }
-  // Without the mutex: Destroy must not have to wait for a service.
   ClientHandshake handshake;
-  const int started = handshake.Start(app_id, port_name);
-  const auto state = started == 0 ? FinishHandshake(handshake) : ClientHandshake::State::kFailed;
+  int started = 0;
+  auto state = ClientHandshake::State::kFailed;
+  try {
+    // Without the mutex: Destroy must not have to wait for a service.
+    started = handshake.Start(app_id, port_name);
+    if (started == 0) state = FinishHandshake(handshake);
+  } catch (...) {
+    const std::lock_guard lock(mutex_);
+    Abandon(-ENOMEM);
+    throw;
+  }
   const std::lock_guard lock(mutex_);
   if (is_destroyed_) return -ECANCELED;
   return started != 0 ? Abandon(started) : Conclude(handshake, state);
@@ -159,24 +173,27 @@ int Proxy::Conclude(ClientHandshake& handshake, ClientHandshake::State state) {
 }
 
 void Proxy::Adopt(ClientHandshake& handshake) {
-  // Those of the connection before have nothing to give any more.
+  auto link = std::make_shared<Link>(handshake.TakeMain(), handshake.TakeCallback());
+  auto main = std::make_unique<ClientMainPort>(link, ClientTimeoutMs());
+  auto callback = std::make_unique<ClientCallbackPort>(link);
+  ports_.reserve(ports_.size() + 2);
+  const std::string endpoint = endpoint_;
+  const std::string name = port_name_;
+  auto source = std::make_unique<EventSource>(
+      context_, "rpc-port proxy", link->callback(), kNever, [weak = weak_from_this()] {
+        const auto proxy = weak.lock();
+        return proxy != nullptr && proxy->OnCallbackPortEvent();
+      });
+  // Nothing below can fail. The ports of the connection before have nothing to give any more.
   for (const auto& port : ports_) port->Retire();
-  link_ = std::make_shared<Link>(handshake.TakeMain(), handshake.TakeCallback());
-  auto main = std::make_unique<ClientMainPort>(link_, ClientTimeoutMs());
-  auto callback = std::make_unique<ClientCallbackPort>(link_);
+  link_ = std::move(link);
   main_port_ = main.get();
   callback_port_ = callback.get();
   ports_.push_back(std::move(main));
   ports_.push_back(std::move(callback));
-  state_ = State::kConnected;
   callback_intake_.Discard();
-  source_ = std::make_unique<EventSource>(context_, "rpc-port proxy", link_->callback(), kNever,
-                                          [weak = weak_from_this()] {
-                                            const auto proxy = weak.lock();
-                                            return proxy != nullptr && proxy->OnCallbackPortEvent();
-                                          });
-  const std::string endpoint = endpoint_;
-  const std::string name = port_name_;
+  source_ = std::move(source);
+  state_ = State::kConnected;
   Port* const port = main_port_;
   connected_.Raise([&](auto callback_function, void* user_data) {
     RunGuarded("a connected callback of a proxy",
