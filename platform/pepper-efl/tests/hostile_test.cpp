@@ -10,7 +10,9 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <vector>
 
+#include "repetitions.h"
 #include "test_client.h"
 #include "test_host.h"
 
@@ -57,6 +59,27 @@ TEST_F(Hostile, TruncatedPool) {
   ASSERT_EQ(::ftruncate(buffer.file.get(), 4096), 0);
   bad.Show(buffer);
   ExpectError(client, "wl_buffer", WL_SHM_ERROR_INVALID_FD);
+}
+
+TEST_F(Hostile, ManyAtOnceCutTheirFiles) {
+  constexpr int kAtOnce = 8;
+  const int rounds = kavrel_test::Repetitions(5, 1000);
+  for (int round = 0; round < rounds; ++round) {
+    std::vector<std::unique_ptr<TestClient>> clients;
+    std::vector<std::unique_ptr<TestWindow>> windows;
+    std::vector<std::unique_ptr<TestBuffer>> buffers;
+    for (int i = 0; i < kAtOnce; ++i) {
+      clients.push_back(std::make_unique<TestClient>());
+      windows.push_back(std::make_unique<TestWindow>(*clients.back(), "bad"));
+      buffers.push_back(std::make_unique<TestBuffer>(*clients.back(), 300, 300, kRed));
+      windows.back()->Show(*buffers.back());
+      ASSERT_EQ(::ftruncate(buffers.back()->file.get(), 4096), 0);
+      windows.back()->Show(*buffers.back());
+    }
+    for (const auto& client : clients) {
+      ExpectError(*client, "wl_buffer", WL_SHM_ERROR_INVALID_FD);
+    }
+  }
 }
 
 TEST_F(Hostile, PoolResizedAndDestroyedInUse) {

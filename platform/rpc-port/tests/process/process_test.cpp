@@ -248,6 +248,18 @@ TEST_F(Process, StrangerWithALargeNumberIsRefused) {
   ExpectOthersServed();
 }
 
+// A setuid program must not be led anywhere by whoever starts it.
+TEST_F(Process, ProgramWithMoreRightsThanItsCallerIgnoresTheVariables) {
+  if (!CanBecomeStranger()) GTEST_SKIP() << "only root can run a program with mixed user ids";
+  Start();
+  auto options = Program({"call", "1"});
+  ChildProcess ordinary(options);
+  EXPECT_TRUE(ordinary.WaitForLine("connect 0")) << ordinary.errors();
+  options.real_user = kStranger;
+  ChildProcess with_more_rights(options);
+  EXPECT_TRUE(with_more_rights.WaitForLine("connect -")) << with_more_rights.errors();
+}
+
 TEST_F(Process, StrangerDoesNotEvenReachTheSocket) {
   if (!CanBecomeStranger()) {
     struct stat status {};
