@@ -34,7 +34,7 @@ enum class ControlCommand {
 
 // The answer to kScreen, an object:
 //
-//   "activity"       what the viewer does: "running", "loading", "no-signal", "locked"
+//   "activity"       what the viewer does: "running", "loading", "no-signal", "locked", "paused"
 //   "viewer_state"   as plug-ins see it: "RESUME_FOCUS", "RESUME", "BACKGROUND", "PAUSE"
 //   "channel"        "number", "name", "source", "service_id"; empty texts where unknown
 //   "source"         "type", "number", "label" of what is watched: the channel's unless another
@@ -45,6 +45,7 @@ enum class ControlCommand {
 //   "selection_window"  "shown", "zoom_level", "left", "top", "width", "height", and "move_range"
 //                    with "least_left", "least_top", "greatest_left", "greatest_top"
 //   "window_size", "teletext", "language"
+//   "kept_keys"      the keys that plug-ins do not get now
 
 /// The devices of IViewerHost::DispatchInput, and as people name them.
 inline constexpr std::array kKeyDevices = {"ir", "panel", "sr", "vr", "other"};

@@ -15,7 +15,7 @@ std::optional<Banner> FindBanner(std::string_view name) {
 BannerBoard::Outcome BannerBoard::Show(Banner banner, std::vector<std::string> details) {
   if (IsDisabled(banner)) return Outcome::kDisabled;
   Hide(banner);
-  shown_.push_back({banner, std::move(details)});
+  shown_.push_back({banner, std::move(details), ++showings_});
   return Outcome::kShown;
 }
 

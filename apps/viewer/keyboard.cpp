@@ -12,7 +12,7 @@ namespace {
 
 constexpr int kRemoteControlDevice = 0;
 
-constexpr std::array<std::pair<std::string_view, std::string_view>, 11> kKeys = {{
+constexpr std::array<std::pair<std::string_view, std::string_view>, 16> kKeys = {{
     {"F1", "XF86Red"},
     {"F2", "XF86Green"},
     {"F3", "XF86Yellow"},
@@ -22,7 +22,12 @@ constexpr std::array<std::pair<std::string_view, std::string_view>, 11> kKeys = 
     {"Prior", "XF86ChannelUp"},
     {"Next", "XF86ChannelDown"},
     {"Menu", "XF86Menu"},
+    {"F9", "XF86Source"},
     {"F10", "XF86Menu"},
+    {"F5", "XF86AudioPlay"},
+    {"Home", "XF86HomePage"},
+    {"KP_Enter", "Return"},
+    {"F8", "XF86Tools"},
     {"F11", "XF86Info"},
 }};
 

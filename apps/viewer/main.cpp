@@ -19,8 +19,11 @@
 #include <cstdlib>
 #include <exception>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
+#include "banner_clock.h"
+#include "compositor_obstacle.h"
 #include "control_port.h"
 #include "journal.h"
 #include "keyboard.h"
@@ -31,6 +34,7 @@
 #include "png_file.h"
 #include "reachability.h"
 #include "remote_control.h"
+#include "remote_panel.h"
 #include "screen.h"
 #include "service.h"
 #include "state_publisher.h"
@@ -59,10 +63,30 @@ void TellReady(const Options& options) {
 std::unique_ptr<PluginHost> MakePluginHost(const Window& window, Television& television,
                                            OperationLog& log) {
   const std::string obstacle = PluginObstacle();
-  if (obstacle.empty()) return std::make_unique<PluginHost>(window, television, log);
-  std::fprintf(stderr, "kavrel-viewer: plug-ins are off: %s\n",
-               kavrel_programs::Printable(obstacle).c_str());
-  return nullptr;
+  if (!obstacle.empty()) {
+    std::fprintf(stderr, "kavrel-viewer: plug-ins are off: %s\n",
+                 kavrel_programs::Printable(obstacle).c_str());
+    return nullptr;
+  }
+  auto host = std::make_unique<PluginHost>(window, television, log);
+  if (!host->HasCompositor()) {
+    std::fprintf(stderr, "kavrel-viewer: plug-ins have no windows: %s\n",
+                 kavrel_programs::Printable(CompositorObstacle()).c_str());
+  }
+  return host;
+}
+
+// The window's place among others is a state that plug-ins learn.
+void FollowWindow(Window& window, Television& television, OperationLog& log) {
+  window.OnFocus([&](bool focused) {
+    television.SetFocused(focused);
+    log.WriteEvent(focused ? "window entered" : "window left", "focus", {{"focused", focused}});
+  });
+  window.OnVisible([&](bool visible) {
+    television.SetVisible(visible);
+    log.WriteEvent(visible ? "window opened" : "window made an icon", "visible",
+                   {{"visible", visible}});
+  });
 }
 
 void SaveScreenshot(const std::string& path, Screen& screen, const Window& window) {
@@ -78,17 +102,23 @@ void SaveScreenshot(const std::string& path, Screen& screen, const Window& windo
 // The viewer with its screen, from the moment at which clients can connect.
 int Show(const Options& options, Television& television, OperationLog& log,
          const ClientList& clients) {
-  Window window(options.headless);
+  Window window(options.headless, options.remote);
   MainLoop loop;
   window.OnClose([&loop] { loop.Stop(); });
   Screen screen(window, television);
+  log.SetTextListener([&screen](const std::string& line) { screen.AddCall(line); });
+  const BannerClock clock(television, log, options.banner_seconds);
   const std::unique_ptr<PluginHost> plugins = MakePluginHost(window, television, log);
+  RemoteControl remote_control(plugins.get(), television, log);
+  const Keyboard keyboard(remote_control);
+  std::optional<RemotePanel> panel;
+  if (window.has_panel()) panel.emplace(window, remote_control);
   window.OnResize([&] {
     screen.Invalidate();
     if (plugins) plugins->PlaceWindows();
+    if (panel) panel->Draw();
   });
-  RemoteControl remote_control(plugins.get(), television, log);
-  const Keyboard keyboard(remote_control);
+  FollowWindow(window, television, log);
   StatePublisher publisher(television, window.number());
   Journal journal(log, television);
   publisher.OnWrite([&journal](const char* key) { journal.Published(key); });
@@ -97,6 +127,7 @@ int Show(const Options& options, Television& television, OperationLog& log,
   TellReady(options);
   loop.Run(plugins != nullptr);
   SaveScreenshot(options.screenshot, screen, window);
+  log.SetTextListener(nullptr);
   return kStopped;
 }
 

@@ -30,22 +30,25 @@ std::string TextOf(const ordered_json& value) {
 
 void OperationLog::Write(const Operation& operation) {
   ++sequence_;
-  if (format_ == Format::kText) writer_.Write(TextLine(operation));
-  End(format_ == Format::kJson || listener_ ? JsonLine(operation) : ordered_json());
+  const std::string text = TextLine(operation);
+  if (format_ == Format::kText) writer_.Write(text);
+  End(text, format_ == Format::kJson || listener_ ? JsonLine(operation) : ordered_json());
 }
 
 void OperationLog::WriteEvent(const std::string& text, const std::string& event,
                               const ordered_json& fields) {
-  if (format_ == Format::kText) writer_.Write(Printable(text) + Effects());
+  const std::string line_of_text = Printable(text) + Effects();
+  if (format_ == Format::kText) writer_.Write(line_of_text);
   ordered_json line = {{"event", event}};
   line.update(fields);
   if (!effects_.empty()) line["effects"] = effects_;
-  End(line);
+  End(line_of_text, line);
 }
 
-void OperationLog::End(const ordered_json& line) {
+void OperationLog::End(const std::string& text, const ordered_json& line) {
   if (format_ == Format::kJson) writer_.Write(Dumped(line));
   effects_.clear();
+  if (text_listener_) text_listener_(text);
   if (listener_) listener_(line);
 }
 

@@ -33,6 +33,9 @@ class OperationLog {
   /// nobody is.
   using Listener = std::function<void(const nlohmann::ordered_json& line)>;
   void SetListener(Listener listener) { listener_ = std::move(listener); }
+  /// The same for each line as it is written for people, whatever the format.
+  using TextListener = std::function<void(const std::string& line)>;
+  void SetTextListener(TextListener listener) { text_listener_ = std::move(listener); }
 
   /// Something that the operation under way does; stands in its line.
   void AddEffect(const std::string& text) { effects_.push_back(text); }
@@ -49,12 +52,13 @@ class OperationLog {
  private:
   std::string TextLine(const Operation& operation) const;
   nlohmann::ordered_json JsonLine(const Operation& operation) const;
-  void End(const nlohmann::ordered_json& line);
+  void End(const std::string& text, const nlohmann::ordered_json& line);
   std::string Effects() const;
 
   LineWriter writer_;
   Format format_;
   Listener listener_;
+  TextListener text_listener_;
   unsigned long sequence_ = 0;
   std::vector<std::string> effects_;
 };

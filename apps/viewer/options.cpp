@@ -24,12 +24,15 @@ Example:
 
 Environment:
   KAVREL_APP_ID       application id when --app-id is not given
+  KAVREL_BANNER_SECONDS  how long banners stay when --banner-seconds is not given
   KAVREL_RUNTIME_DIR  where clients find this viewer and its volatile state is kept
   KAVREL_STATE_DIR    where its durable state is kept
   XDG_RUNTIME_DIR     where plug-ins' windows find it; private to its user
   DBUS_SYSTEM_BUS_ADDRESS  the bus on which it meets plug-ins
 
 Exit codes: 0 stopped, 1 cannot listen, 2 wrong usage.)";
+
+constexpr double kLongestBanner = 86400;
 
 }  // namespace
 
@@ -52,6 +55,15 @@ std::variant<Options, int> ParseOptions(int argc, char** argv) {
       ->type_name("FD")
       ->check(CLI::Validator(&kavrel_programs::ReadyFdMistake, ""));
   app.add_flag("--headless", options.headless, "Open no window; also what happens without display");
+  app.add_flag("--remote,!--no-remote", options.remote,
+               "Show a remote control beside the picture, with or without a display; without this "
+               "option only on a display");
+  app.add_option("--banner-seconds", options.banner_seconds,
+                 "How long banners stay; 0: until they are hidden")
+      ->type_name("SECONDS")
+      ->envname("KAVREL_BANNER_SECONDS")
+      ->check(CLI::Range(0.0, kLongestBanner))
+      ->capture_default_str();
   app.add_option("--screenshot", options.screenshot, "Write a picture of the screen when it stops")
       ->type_name("FILE");
   try {

@@ -14,7 +14,9 @@ struct Options {
   bool json = false;
   std::optional<int> ready_fd;
   bool headless = false;
-  std::string screenshot;  ///< file for a picture of the screen at the end; empty: none
+  std::optional<bool> remote;  ///< a remote control on the screen; nothing: where there is one
+  double banner_seconds = 10;  ///< how long banners stay; 0: until they are hidden
+  std::string screenshot;      ///< file for a picture of the screen at the end; empty: none
 };
 
 /// The options, or the code to exit with: help was asked for, or a mistake has been explained on

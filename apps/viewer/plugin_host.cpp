@@ -57,10 +57,19 @@ PluginHost::PluginHost(const Window& window, Television& television, OperationLo
   if (!KavrelAPI::CreateViewerHost(window.root(), &host_, &PluginHost::Receive, this, kHostName)) {
     throw std::runtime_error("no host for plug-ins can be made; the log tells why");
   }
-  television.AddListener([this](const Change& /*change*/) { TellState(); });
+  television.AddListener([this](const Change& /*change*/) {
+    TellState();
+    KeepKeys();
+  });
+  television.SetPluginMessenger([this](const std::string& plugin, const std::string& command) {
+    CMessage message;
+    message.AddValue("command", command.c_str());
+    return host_->SendMessage(plugin, message, 1) != 0;
+  });
 }
 
 PluginHost::~PluginHost() {
+  television_.SetPluginMessenger(nullptr);
   KavrelAPI::DestroyViewerHost();
 }
 
@@ -147,7 +156,25 @@ void PluginHost::TellState() {
   log_.AddEffect("plug-ins told " + state);
 }
 
+// The viewer asks for keys as plug-ins do, under its own name: what it has asked for last is
+// offered to nobody.
+void PluginHost::KeepKeys() {
+  const std::set<std::string> wanted = television_.kept_keys();
+  for (const std::string& key : kept_keys_) {
+    if (!wanted.contains(key)) host_->ProcessUnregisteredExclusiveKey(key, kHostName);
+  }
+  for (const std::string& key : wanted) {
+    if (!kept_keys_.contains(key)) host_->ProcessRegisteredExclusiveKey(key, kHostName);
+  }
+  kept_keys_ = wanted;
+}
+
 // --- What others are told
+
+bool PluginHost::HasCompositor() const {
+  const IPluginList* const list = ListOf(host_);
+  return list == nullptr || list->HasCompositor();
+}
 
 ordered_json PluginHost::Plugins() const {
   ordered_json rows = ordered_json::array();

@@ -3,6 +3,7 @@
 
 #include <kavrel/IViewerHost.h>
 
+#include <set>
 #include <string>
 
 #include "operation_log.h"
@@ -16,6 +17,8 @@ namespace viewer {
 ///
 ///   - gives each plug-in's window its place, and shows and hides it as the plug-in asks;
 ///   - enables and disables banners for plug-ins;
+///   - keeps from plug-ins the keys that the television wants for itself;
+///   - hands them the commands that clients have for them;
 ///   - tells all plug-ins when the viewer's state changes, and one that wants to be shown at once;
 ///   - writes a line about each of these.
 ///
@@ -43,6 +46,9 @@ class PluginHost {
   /// "visible", "keys", and "exclusive_keys", each with "key" and "owner": whether it gets the key.
   nlohmann::ordered_json Plugins() const;
 
+  /// Whether plug-ins can have windows.
+  bool HasCompositor() const;
+
   /// Puts the windows where they belong, after the viewer's window got another size.
   void PlaceWindows() { windows_.PlaceAll(); }
 
@@ -55,6 +61,7 @@ class PluginHost {
   void Show(const std::string& plugin, bool shown);
   void SetBanner(const std::string& plugin, const std::string& banner, bool enabled);
   void TellState();
+  void KeepKeys();
   void Write(const std::string& plugin, const std::string& what, const std::string& event,
              const nlohmann::ordered_json& fields = nlohmann::ordered_json::object());
   std::string ExclusiveOwner(const std::string& key) const;
@@ -64,6 +71,7 @@ class PluginHost {
   IViewerHost* host_ = nullptr;
   PluginWindows windows_;
   std::string state_;
+  std::set<std::string> kept_keys_;
 };
 
 }  // namespace viewer

@@ -2,15 +2,13 @@
 
 #include <control_protocol.h>
 
+#include "viewer_keys.h"
+
 namespace viewer {
 
 using nlohmann::ordered_json;
 
 namespace {
-
-bool IsChannelDigit(const std::string& key) {
-  return key.size() == 1 && key[0] >= '1' && key[0] <= '9';
-}
 
 const char* NameOf(RemoteControl::TakenBy by) {
   switch (by) {
@@ -43,29 +41,14 @@ RemoteControl::Outcome RemoteControl::Handle(const std::string& key, PluginHost:
   if (plugins_ != nullptr) outcome.taker = plugins_->Offer(key, press, device);
   if (!outcome.taker.plugin.empty()) {
     outcome.by = TakenBy::kPlugin;
-  } else if (press == PluginHost::Press::kPressed && Use(key)) {
+  } else if (press == PluginHost::Press::kPressed && UseKey(television_, key)) {
     outcome.by = TakenBy::kViewer;
   }
   ordered_json fields = Describe(key, press, outcome);
   fields["device"] = kavrel_programs::KeyDeviceName(device);
   log_.WriteEvent("key " + key + ' ' + NameOf(press) + ", " + TextOf(outcome), "key", fields);
+  if (handled_) handled_(key, press, TextOf(outcome));
   return outcome;
-}
-
-// What the television itself does with a key that no plug-in wants.
-bool RemoteControl::Use(const std::string& key) {
-  if (IsChannelDigit(key)) {
-    television_.Tune(key, "", "");
-  } else if (key == "XF86ChannelUp" || key == "XF86ChannelDown") {
-    television_.TuneNext(key == "XF86ChannelUp" ? 1 : -1);
-  } else if (key == "XF86Info") {
-    television_.SetBanner(Banner::kChannel, !television_.banners().IsShown(Banner::kChannel));
-  } else if (key == "XF86Back" && !television_.banners().shown().empty()) {
-    television_.HideBanner("all");
-  } else {
-    return false;
-  }
-  return true;
 }
 
 ordered_json RemoteControl::Describe(const std::string& key, PluginHost::Press press,

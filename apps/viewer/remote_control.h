@@ -1,6 +1,7 @@
 // What keys do: plug-ins come first, then the television.
 #pragma once
 
+#include <functional>
 #include <string>
 
 #include "operation_log.h"
@@ -27,16 +28,20 @@ class RemoteControl {
   /// One key of the remote control, by EFL's name of it.
   Outcome Handle(const std::string& key, PluginHost::Press press, int device);
 
+  /// `handled` is called with each key, and words for who took it.
+  using Handled = std::function<void(const std::string& key, PluginHost::Press press,
+                                     const std::string& taker)>;
+  void OnHandled(Handled handled) { handled_ = std::move(handled); }
+
   /// {"key","type","taken_by","plugin","exclusive"}
   static nlohmann::ordered_json Describe(const std::string& key, PluginHost::Press press,
                                          const Outcome& outcome);
 
  private:
-  bool Use(const std::string& key);
-
   PluginHost* plugins_;
   Television& television_;
   OperationLog& log_;
+  Handled handled_;
 };
 
 }  // namespace viewer

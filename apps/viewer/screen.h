@@ -4,6 +4,9 @@
 
 #include <Ecore.h>
 
+#include <deque>
+#include <string>
+
 #include "drawing.h"
 #include "television.h"
 #include "window.h"
@@ -17,13 +20,16 @@ class Screen {
  public:
   static constexpr short kPictureLayer = -10;
   static constexpr short kBannerLayer = 50;
+  static constexpr std::size_t kListedCalls = 3;
 
   Screen(const Window& window, Television& television);
   Screen(const Screen&) = delete;
   Screen& operator=(const Screen&) = delete;
   ~Screen();
 
-  /// Draws soon.
+  /// A line for the list of the last calls.
+  void AddCall(const std::string& line);
+  /// Draws everything soon, as after a change of the window's size.
   void Invalidate();
   /// Draws what has changed, now.
   void Draw();
@@ -31,14 +37,17 @@ class Screen {
  private:
   static void DrawAll(void* self);
 
-  void DrawPicture();
-  void DrawPip();
-  void DrawSelectionWindow();
-  void DrawBanners();
+  void DrawSoon();
+  void DrawTelevision();
+  void DrawCallList();
 
   const Television& television_;
   Drawing picture_;
   Drawing banners_;
+  Drawing calls_;
+  std::deque<std::string> last_calls_;
+  bool television_changed_ = true;
+  bool calls_changed_ = true;
   Ecore_Job* job_ = nullptr;
 };
 

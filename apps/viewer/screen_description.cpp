@@ -61,6 +61,7 @@ ordered_json DescribeScreen(const Television& television) {
       {"window_size", television.window_size()},
       {"teletext", television.is_teletext_shown()},
       {"language", television.language()},
+      {"kept_keys", television.kept_keys()},
   };
 }
 

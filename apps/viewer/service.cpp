@@ -332,9 +332,7 @@ void Service::NotificationCommand(std::string notification, int action) {
 }
 
 void Service::PluginCmd(std::string plugin, std::string command) {
-  Serve<methods::PluginCmd>(
-      [&] { television_.PassOn("command " + command + " for plug-in " + plugin); }, plugin,
-      command);
+  Serve<methods::PluginCmd>([&] { television_.CommandPlugin(plugin, command); }, plugin, command);
 }
 
 void Service::SendStorageCommand(std::string command) {

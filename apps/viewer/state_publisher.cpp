@@ -4,6 +4,7 @@
 #include <kavrel/state_properties.h>
 #include <vconf.h>
 
+#include <limits>
 #include <utility>
 
 namespace viewer {
@@ -24,17 +25,26 @@ std::string NamesOf(const BannerBoard& banners, const Condition& condition) {
   return names;
 }
 
+// What XF86Menu would offer now.
+const char* MoreOptions(const Television& television) {
+  if (television.is_pip_focused()) return "pip";
+  return television.is_on_channel() ? "channel" : "source";
+}
+
 }  // namespace
 
 StatePublisher::StatePublisher(Television& television, int window_number)
     : television_(television) {
   television.AddListener([this](const Change& /*change*/) { Publish(); });
   OwnNumber(properties::window_id.key, window_number);
+  // What the store keeps over restarts goes on; a store that has none begins with 0.
+  if (vconf_get_int(properties::db_serdes_error.key, &earlier_losses_) != 0 || earlier_losses_ < 0)
+    earlier_losses_ = 0;
   Publish();
 }
 
 StatePublisher::~StatePublisher() {
-  written_ = nullptr;
+  written_ = nullptr;  // who was told of each write has gone
   OwnText(properties::visible_banners.key, "");
   OwnText(properties::visible_video_banners.key, "");
   OwnNumber(properties::banner_show_state.key, 0);
@@ -44,11 +54,16 @@ StatePublisher::~StatePublisher() {
 void StatePublisher::Publish() {
   PublishBanners();
   PublishServices();
+  PublishSignal();
   Number(properties::pip_focus.key, television_.is_pip_focused(), &kavrel_set_pip_focus);
-  Number(properties::mainscreen_signal_state.key, television_.has_signal(),
-         &kavrel_set_mainscreen_signal_state);
-  // Applications have a place beside a window that does not fill the screen.
-  Number(properties::bg_executable.key, television_.window_size() != 0, &kavrel_set_bg_executable);
+  // Applications have a place beside a picture that does not fill the screen, and on one that shows
+  // none.
+  Number(properties::bg_executable.key, television_.window_size() != 0 || !television_.is_visible(),
+         &kavrel_set_bg_executable);
+  Number(properties::analog_clean_view_state.key, television_.is_analog_clean_view(),
+         &kavrel_set_analog_clean_view_state);
+  Text(properties::more_key_option_type.key, MoreOptions(television_),
+       &kavrel_set_more_key_option_type);
   OwnText(properties::rating_locked.key, television_.is_rating_locked() ? "locked" : "unlocked");
   OwnText(properties::kavrel_state.key, ActivityName(television_.activity()));
 }
@@ -63,7 +78,21 @@ void StatePublisher::PublishBanners() {
          &kavrel_set_use_4_direction_key);
 }
 
+void StatePublisher::PublishSignal() {
+  Number(properties::mainscreen_signal_state.key, television_.has_signal(),
+         &kavrel_set_mainscreen_signal_state);
+  const int losses = television_.signal_losses();
+  Number(properties::memory_serdes_error.key, losses, &kavrel_set_memroy_serdes_error);
+  const int all = losses > std::numeric_limits<int>::max() - earlier_losses_
+                      ? losses
+                      : earlier_losses_ + losses;
+  Number(properties::db_serdes_error.key, all, &kavrel_set_db_serdes_error);
+}
+
 void StatePublisher::PublishServices() {
+  Number(properties::info_banner_dynamic_si_modify_state.key,
+         television_.is_channel_information_modified(),
+         &kavrel_set_info_banner_dynamic_si_modify_state);
   const Services services = television_.services();
   Number(properties::date_service_available.key, services.data, &kavrel_set_date_service_available);
   Number(properties::info_banner_ttx_state.key, services.teletext,
@@ -73,6 +102,10 @@ void StatePublisher::PublishServices() {
   Number(properties::info_banner_subtitle_state.key, services.subtitle,
          &kavrel_set_info_banner_subtitle_state);
   Number(properties::info_banner_ttml_state.key, services.ttml, &kavrel_set_info_banner_ttml_state);
+}
+
+void StatePublisher::Text(const char* key, const char* value, TextSetter set) {
+  Update(key, std::string(value), [&] { return set(value); });
 }
 
 void StatePublisher::Number(const char* key, int value, NumberSetter set) {

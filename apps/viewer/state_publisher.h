@@ -31,10 +31,13 @@ class StatePublisher {
  private:
   using Value = std::variant<int, std::string>;
   using NumberSetter = int (*)(int value);
+  using TextSetter = int (*)(const char* value);
 
   void Publish();
   void PublishBanners();
   void PublishServices();
+  void PublishSignal();
+  void Text(const char* key, const char* value, TextSetter set);
   void Number(const char* key, int value, NumberSetter set);
   void OwnNumber(const char* key, int value);
   void OwnText(const char* key, const std::string& value);
@@ -43,6 +46,7 @@ class StatePublisher {
 
   const Television& television_;
   std::function<void(const char* key)> written_;
+  int earlier_losses_ = 0;
   std::map<std::string, Value> published_;  // by key
 };
 

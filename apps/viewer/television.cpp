@@ -1,14 +1,19 @@
 #include "television.h"
 
+#include <algorithm>
+#include <array>
 #include <utility>
 
 namespace viewer {
 namespace {
 
 constexpr const char* kTunerSource = "DVB-T";
+constexpr std::array<const char*, 3> kSoundModes = {"Stereo", "Dual I", "Dual II"};
 
-std::string Quoted(const std::string& text) {
-  return '"' + text + '"';
+const std::array<Source, 3>& Inputs() {
+  static const std::array<Source, 3> inputs = {
+      {{"HDMI", "1", "Player"}, {"HDMI", "2", "Console"}, {"AV", "", "Recorder"}}};
+  return inputs;
 }
 
 std::string Named(Banner banner) {
@@ -53,6 +58,8 @@ const char* ActivityName(Activity activity) {
       return "no-signal";
     case Activity::kLocked:
       return "locked";
+    case Activity::kPaused:
+      return "paused";
   }
   return "?";
 }
@@ -103,6 +110,28 @@ void Television::TuneNext(int step) {
   TuneTo(ChannelAfter(channel_.number, step));
 }
 
+void Television::TunePrevious() {
+  if (previous_channel_) {
+    TuneTo(*previous_channel_);
+  } else {
+    Refuse("there is no channel before this one");
+  }
+}
+
+void Television::SelectNextSource() {
+  const auto& inputs = Inputs();
+  const auto now = on_channel_ ? inputs.end() : std::find(inputs.begin(), inputs.end(), source_);
+  if (!on_channel_ && (now == inputs.end() || now + 1 == inputs.end())) {
+    on_channel_ = true;
+    source_ = {channel_.source, "", ""};
+    Tell(Aspect::kSource, "source " + source_.type);
+    ShowFreshPicture();
+  } else {
+    const Source& next = on_channel_ ? inputs.front() : *(now + 1);
+    ChangeSource(next.type, next.number, next.label);
+  }
+}
+
 void Television::TuneTo(Channel channel) {
   if (channel.number.empty() && channel.service_id.empty()) {
     Refuse("no channel is named");
@@ -119,7 +148,9 @@ void Television::TuneTo(Channel channel) {
 void Television::ShowFreshPicture() {
   SetSignal(true);
   SetRatingLock(false);
+  SetPaused(false);
   teletext_shown_ = false;
+  analog_clean_view_ = false;
   for (const Banner banner : {Banner::kNoSignal, Banner::kRating, Banner::kLoading}) {
     RemoveBanner(banner);
   }
@@ -137,8 +168,15 @@ void Television::TunePip(const std::string& number) {
   FocusPip(false);
 }
 
+void Television::TogglePip() {
+  if (pip_) return TunePip("");
+  const Channel& other = previous_channel_ ? *previous_channel_ : ChannelAfter(channel_.number, 1);
+  TunePip(other.number);
+}
+
 void Television::SetSignal(bool present) {
   if (std::exchange(has_signal_, present) == present) return;
+  if (!present) ++signal_losses_;
   Tell(Aspect::kSignal, present ? "signal present" : "signal lost");
 }
 
@@ -155,7 +193,13 @@ void Television::FocusPip(bool focused) {
 Activity Television::activity() const {
   if (banners_.IsShown(Banner::kLoading)) return Activity::kLoading;
   if (!has_signal_) return Activity::kNoSignal;
-  return rating_locked_ ? Activity::kLocked : Activity::kRunning;
+  if (rating_locked_) return Activity::kLocked;
+  return paused_ ? Activity::kPaused : Activity::kRunning;
+}
+
+bool Television::is_channel_information_modified() const {
+  const Channel* const known = FindChannelByNumber(channel_.number);
+  return on_channel_ && known != nullptr && known->name != channel_.name;
 }
 
 // --- Banners
@@ -187,7 +231,7 @@ void Television::RemoveBanner(Banner banner) {
 
 std::optional<Banner> Television::BannerOrRefusal(const std::string& name) {
   const std::optional<Banner> banner = FindBanner(name);
-  if (!banner) Refuse("no banner is called " + Quoted(name));
+  if (!banner) Refuse("no banner is called \"" + name + '"');
   return banner;
 }
 
@@ -212,6 +256,23 @@ void Television::HideBanner(const std::string& name) {
   } else if (const auto banner = BannerOrRefusal(name)) {
     RemoveBanner(*banner);
   }
+}
+
+bool Television::AnswerPopup(bool yes) {
+  const auto& shown = banners_.shown();
+  const auto last = std::find_if(shown.rbegin(), shown.rend(), [](const ShownBanner& one) {
+    return InfoOf(one.banner).kind == BannerKind::kPopup;
+  });
+  if (last == shown.rend()) return false;
+  const Banner banner = last->banner;
+  RemoveBanner(banner);
+  if (yes && banner == Banner::kReturnPrevChannel) TunePrevious();
+  return true;
+}
+
+void Television::NextSoundMode() {
+  sound_mode_ = (sound_mode_ + 1) % kSoundModes.size();
+  SetBanner(Banner::kMts, true, {kSoundModes[sound_mode_]});
 }
 
 // --- Windows
@@ -256,76 +317,7 @@ void Television::TellSelectionWindow() {
            std::to_string(size.width) + 'x' + std::to_string(size.height));
 }
 
-// --- Settings and commands
-
-void Television::Initialise(const std::string& argument) {
-  banners_.HideAll();
-  TunePip("");
-  window_size_ = 0;
-  selection_window_.Restore();
-  Tell(Aspect::kBanners, argument.empty() ? "initialised" : "initialised: " + argument);
-}
-
-void Television::SetLanguage(const std::string& language) {
-  if (language.empty()) {
-    Refuse("no language is named");
-    return;
-  }
-  language_ = language;
-  Tell(Aspect::kLanguage, "language " + language);
-}
-
-void Television::SetHbbtvState(const std::string& state) {
-  hbbtv_state_ = state;
-  Tell(Aspect::kApplication, "HbbTV " + state);
-}
-
-void Television::SetServiceHint(const std::string& hint) {
-  service_hint_ = hint;
-  Tell(Aspect::kApplication, "hint of the TV service " + Quoted(hint));
-}
-
-void Television::LeaveTeletext(const std::string& reason) {
-  if (!std::exchange(teletext_shown_, false)) {
-    Refuse("teletext is not shown");
-    return;
-  }
-  Tell(Aspect::kApplication, "teletext left" + (reason.empty() ? "" : ": " + reason));
-}
-
-void Television::Command(const std::string& command, const std::string& argument) {
-  if (command != "pip-focus") {
-    PassOn("command " + Quoted(command) + ' ' + Quoted(argument));
-  } else if (argument == "main") {
-    FocusPip(false);
-  } else if (argument == "pip" && pip_) {
-    FocusPip(true);
-  } else {
-    Refuse(argument == "pip" ? "there is no picture-in-picture"
-                             : "pip-focus is \"main\" or \"pip\"");
-  }
-}
-
-void Television::DiscreteCommand(const std::string& command, const std::string& argument) {
-  if (command != "teletext") {
-    PassOn("discrete command " + Quoted(command) + ' ' + Quoted(argument));
-  } else if (argument == "on" && services().teletext) {
-    teletext_shown_ = true;
-    Tell(Aspect::kApplication, "teletext shown");
-  } else if (argument == "off") {
-    LeaveTeletext("");
-  } else {
-    Refuse(argument == "on" ? "the channel carries no teletext" : "teletext is \"on\" or \"off\"");
-  }
-}
-
-void Television::ActOnNotification(const std::string& notification, int action) {
-  if (action == 0) {
-    HideBanner(notification);
-  } else {
-    PassOn("action " + std::to_string(action) + " of notification " + Quoted(notification));
-  }
-}
+// --- Telling
 
 void Television::PassOn(const std::string& what) {
   Tell(Aspect::kCommand, what);

@@ -5,10 +5,11 @@
 
 namespace viewer {
 
-/// "PAUSE"         nothing to be seen: loading, no signal, locked by rating
-/// "BACKGROUND"    the window does not fill the screen: something else is at the front
-/// "RESUME"        the picture runs, and somebody else has the direction keys: a pop-up, or the
-///                 picture-in-picture window
+/// "PAUSE"         nothing moves: loading, no signal, locked by rating, paused
+/// "BACKGROUND"    something else is at the front: the picture does not fill the screen, or cannot
+///                 be seen at all
+/// "RESUME"        the picture runs, and somebody else has the direction keys: another window, a
+///                 pop-up, or picture-in-picture
 /// "RESUME_FOCUS"  the picture runs and has the keys
 const char* ViewerState(const Television& television);
 

@@ -5,6 +5,7 @@
 #include <Elementary.h>
 
 #include <cstdlib>
+#include <exception>
 #include <memory>
 #include <stdexcept>
 
@@ -32,6 +33,15 @@ struct DeleteObject {
   void operator()(Evas_Object* object) const { evas_object_del(object); }
 };
 
+// Nothing may be thrown into EFL.
+void Tell(const std::function<void(bool)>& listener, bool value) {
+  try {
+    if (listener) listener(value);
+  } catch (const std::exception&) {
+    // A line that does not fit into memory is lost.
+  }
+}
+
 // EFL's pixels are one word each, 0xAARRGGBB.
 void CopyPixels(const std::uint32_t* words, std::size_t count, std::vector<std::uint8_t>& bytes) {
   bytes.reserve(3 * count);
@@ -44,31 +54,50 @@ void CopyPixels(const std::uint32_t* words, std::size_t count, std::vector<std::
 
 }  // namespace
 
-Window::Window(bool headless) : headless_(headless || !HasDisplay()) {
+Window::Window(bool headless, std::optional<bool> with_panel)
+    : headless_(headless || !HasDisplay()) {
   // A variable would come before the engine that is chosen here.
   if (headless_) ::setenv("ELM_ENGINE", kMemoryEngine, 1);
   if (headless_) ::unsetenv("ELM_DISPLAY");
+  // Drawn by a thread of EFL's own, objects could not be deleted without waiting for it.
+  ::setenv("ECORE_EVAS_FORCE_SYNC_RENDER", "1", 0);
   ecore_app_no_system_modules();  // they watch batteries and clocks over the system bus
   efreet_cache_disable();         // no daemon that looks for menus and icons
   if (elm_init(0, nullptr) <= 0) throw std::runtime_error("EFL cannot be initialised");
+  OpenRoot();
+  has_panel_ = with_panel.value_or(!headless_);
+  elm_win_title_set(root_, kTitle);
+  ListenToRoot();
+  evas_object_resize(root_, units(), kHeight);
+  evas_object_show(root_);
+}
+
+void Window::OpenRoot() {
   root_ = Open(headless_);
   if (root_ == nullptr && !headless_) {
     headless_ = true;
     root_ = Open(true);
   }
-  if (root_ == nullptr) {
-    elm_shutdown();
-    throw std::runtime_error("no window can be opened, not even without a display");
-  }
-  elm_win_title_set(root_, kTitle);
+  if (root_ != nullptr) return;
+  elm_shutdown();
+  throw std::runtime_error("no window can be opened, not even without a display");
+}
+
+void Window::ListenToRoot() {
   evas_object_event_callback_add(root_, EVAS_CALLBACK_RESIZE, &Window::Resized, this);
   evas_object_smart_callback_add(root_, "delete,request", &Window::CloseRequested, this);
-  evas_object_resize(root_, kWidth, kHeight);
-  evas_object_show(root_);
+  evas_object_smart_callback_add(root_, "focus,in", &Window::Focused, this);
+  evas_object_smart_callback_add(root_, "focus,out", &Window::Unfocused, this);
+  evas_object_smart_callback_add(root_, "iconified", &Window::Iconified, this);
+  evas_object_smart_callback_add(root_, "normal", &Window::Restored, this);
 }
 
 Window::~Window() {
-  evas_object_event_callback_del_full(root_, EVAS_CALLBACK_RESIZE, &Window::Resized, this);
+  // Whoever listened has gone.
+  resized_ = nullptr;
+  closed_ = nullptr;
+  focused_ = nullptr;
+  visible_ = nullptr;
   evas_object_del(root_);
   elm_shutdown();
 }
@@ -123,6 +152,22 @@ void Window::Resized(void* self, Evas* /*canvas*/, Evas_Object* /*root*/, void* 
 void Window::CloseRequested(void* self, Evas_Object* /*root*/, void* /*information*/) {
   const auto& window = *static_cast<Window*>(self);
   if (window.closed_) window.closed_();
+}
+
+void Window::Focused(void* self, Evas_Object* /*root*/, void* /*information*/) {
+  Tell(static_cast<Window*>(self)->focused_, true);
+}
+
+void Window::Unfocused(void* self, Evas_Object* /*root*/, void* /*information*/) {
+  Tell(static_cast<Window*>(self)->focused_, false);
+}
+
+void Window::Iconified(void* self, Evas_Object* /*root*/, void* /*information*/) {
+  Tell(static_cast<Window*>(self)->visible_, false);
+}
+
+void Window::Restored(void* self, Evas_Object* /*root*/, void* /*information*/) {
+  Tell(static_cast<Window*>(self)->visible_, true);
 }
 
 }  // namespace viewer

@@ -39,6 +39,10 @@ class IPluginList {
   /// The exclusive keys, by name.
   virtual std::vector<ExclusiveKey> ExclusiveKeys() const = 0;
 
+  /// Whether the host runs a compositor: without one plug-ins have keys and messages, but no
+  /// windows.
+  virtual bool HasCompositor() const = 0;
+
  protected:
   ~IPluginList() = default;
 };

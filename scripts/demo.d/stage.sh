@@ -20,6 +20,8 @@ trap 'exit 143' TERM
 export KAVREL_RUNTIME_DIR=$stage/run KAVREL_STATE_DIR=$stage/state
 # Settings of the person who looks must not change what is shown.
 unset KAVREL_APP_ID KAVREL_RPC_TIMEOUT_MS
+# What is shown stays until it is hidden.
+export KAVREL_BANNER_SECONDS=0
 
 bold='' plain=''
 if [ -t 1 ]; then bold=$'\e[1m' plain=$'\e[0m'; fi

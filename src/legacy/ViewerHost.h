@@ -83,6 +83,7 @@ class CViewerHost : public IViewerHost, public IPluginList {
 
   std::vector<Plugin> Plugins() const override;
   std::vector<ExclusiveKey> ExclusiveKeys() const override;
+  bool HasCompositor() const override { return m_Compositor != nullptr; }
 
  private:
   using PluginList = std::list<tagHostPluginInfo>;

@@ -22,7 +22,7 @@ TEST_F(Plugins, GetTheKeysThatTheyWant) {
   Expect(*first, "released XF86Green");
   EXPECT_EQ(SendKey("XF86Red", {"--release", "--device", "panel"})["plugin"], "second");
   Expect(*second, "released XF86Red");
-  EXPECT_EQ(SendKey("XF86Yellow")["taken_by"], "nobody");
+  EXPECT_EQ(SendKey("XF86Tools")["taken_by"], "nobody");
   EXPECT_EQ(second->output().find("XF86Green"), std::string::npos);
 }
 
@@ -129,7 +129,8 @@ TEST_F(Plugins, AreToldInJsonToo) {
   SendKey("7");
   EXPECT_EQ(json::parse(viewer->WaitForLine("\"key\"").value_or("{}")),
             json::parse(R"({"event":"key","key":"7","type":"pressed","taken_by":"viewer",
-      "plugin":null,"exclusive":false,"device":"ir","effects":["channel 7 News on DVB-T"]})"));
+      "plugin":null,"exclusive":false,"device":"ir","effects":["channel 7 News on DVB-T",
+      "channel banner shown: 7 News"]})"));
 }
 
 TEST_F(Plugins, ExplainWrongUsage) {

@@ -17,7 +17,7 @@ TEST(ScreenDescription, TellsWhatATelevisionShowsAtItsStart) {
     "banners":[], "popups":[], "pip":null,
     "selection_window":{"shown":false,"zoom_level":0,"left":480,"top":270,"width":960,"height":540,
       "move_range":{"least_left":0,"least_top":0,"greatest_left":960,"greatest_top":540}},
-    "window_size":0, "teletext":false, "language":"en_GB"})"));
+    "window_size":0, "teletext":false, "language":"en_GB", "kept_keys":[]})"));
 }
 
 TEST(ScreenDescription, FollowsTheTelevision) {
