@@ -32,3 +32,17 @@ function(kavrel_pkgconfig name template component)
       file(WRITE \${file} \"\${text}\")
     endif()" COMPONENT ${component})
 endfunction()
+
+# kavrel_cmake_package(<name> <component>): find_package(<name>), from packaging/<name>Config.cmake.in and
+# the targets that were installed with EXPORT <name>Targets.
+include(CMakePackageConfigHelpers)
+function(kavrel_cmake_package name component)
+  set(directory ${CMAKE_INSTALL_LIBDIR}/cmake/${name})
+  set(config ${CMAKE_CURRENT_BINARY_DIR}/${name}Config.cmake)
+  set(version ${CMAKE_CURRENT_BINARY_DIR}/${name}ConfigVersion.cmake)
+  configure_package_config_file(${KAVREL_ROOT}/packaging/${name}Config.cmake.in ${config}
+    INSTALL_DESTINATION ${directory})
+  write_basic_package_version_file(${version} COMPATIBILITY SameMajorVersion)
+  install(FILES ${config} ${version} DESTINATION ${directory} COMPONENT ${component})
+  install(EXPORT ${name}Targets NAMESPACE Kavrel:: DESTINATION ${directory} COMPONENT ${component})
+endfunction()

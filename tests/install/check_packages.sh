@@ -36,6 +36,7 @@ declare -A allowed=(
   [libkavrel-dev]="usr/include/kavrel/.*\.h|$lib/libkavrel-api\.so|$lib/pkgconfig/kavrel-api\.pc|$lib/cmake/KavrelApi/KavrelApi[A-Za-z-]*\.cmake"
   [libkavrel-platform0]="$lib/lib(dlog|lwipc|pepper-efl|rpc-port|vconf)\.so\.0(\.[0-9.]+)?"
   [libkavrel-platform-dev]="usr/include/[a-z-]+\.h|$lib/lib(dlog|lwipc|pepper-efl|rpc-port|vconf)\.so|$lib/pkgconfig/[a-z-]+\.pc"
+  [libkavrel-testing-dev]="usr/include/kavrel/testing\.h|$lib/libkavrel-testing\.a|$lib/pkgconfig/kavrel-testing\.pc|$lib/cmake/KavrelTesting/KavrelTesting[A-Za-z-]*\.cmake"
   [kavrel-common]='usr/share/dbus-1/system\.d/org\.zarnet\.kavrel\.conf'
   [kavrel-tools]='usr/bin/kavrel(ctl|-viewer|-plugin-panel|-plugin-listener)|usr/share/man/man1/kavrel[a-z-]*\.1\.gz|usr/lib/systemd/user/kavrel-viewer\.service|usr/share/(bash-completion/completions/kavrelctl|zsh/site-functions/_kavrelctl|fish/vendor_completions\.d/kavrelctl\.fish)'
 )
@@ -107,6 +108,8 @@ check_control() {
   version=$(sed -n 's/^project(kavrel VERSION \([0-9.]*\) .*/\1/p' "$source/CMakeLists.txt")
   grep -qx "Version: $version" "${root[$name]}/DEBIAN/control" || fail "$name is not of version $version"
   case $name in
+    libkavrel-testing-dev) grep -Eq "^Depends:.*kavrel-tools \(= $version\)" "${root[$name]}/DEBIAN/control" ||
+      fail "$name does not need the viewer in the same version" ;;
     *-dev) grep -Eq "^Depends:.* ?${name%-dev}(-api)?0 \(= $version\)" "${root[$name]}/DEBIAN/control" ||
       fail "$name does not need its library in the same version" ;;
     lib*)
@@ -130,6 +133,7 @@ done
 
 check_headers libkavrel-dev usr/include/kavrel "$source/include/kavrel"
 check_headers libkavrel-platform-dev usr/include "$source"/platform/*/include
+check_headers libkavrel-testing-dev usr/include "$source/testing/include"
 check_manual_pages
 while IFS= read -r file; do
   check_binary "$file"

@@ -10,7 +10,7 @@ target_link_libraries(channel_end PRIVATE kavrel_build_options nlohmann_json::nl
                                           PkgConfig::GIO)
 
 add_library(kavrel_channel_support STATIC
-  ${CMAKE_CURRENT_LIST_DIR}/bus_peer.cpp ${CMAKE_CURRENT_LIST_DIR}/private_bus.cpp
+  ${CMAKE_CURRENT_LIST_DIR}/bus_peer.cpp ${CMAKE_CURRENT_LIST_DIR}/bus_daemon.cpp
   ${CMAKE_CURRENT_LIST_DIR}/shared_connection.cpp)
 target_link_libraries(kavrel_channel_support PUBLIC kavrel_test_support nlohmann_json::nlohmann_json
                                                     PkgConfig::GIO

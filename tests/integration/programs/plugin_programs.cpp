@@ -1,31 +1,6 @@
 #include "plugin_programs.h"
 
-#include <png.h>
-
-#include <stdexcept>
-
 namespace kavrel_test {
-
-Pixels::Pixels(const std::string& file) {
-  png_image image{};
-  image.version = PNG_IMAGE_VERSION;
-  if (png_image_begin_read_from_file(&image, file.c_str()) == 0) {
-    throw std::runtime_error(file + ": " + image.message);
-  }
-  image.format = PNG_FORMAT_RGB;
-  bytes_.resize(PNG_IMAGE_SIZE(image));
-  if (png_image_finish_read(&image, nullptr, bytes_.data(), 0, nullptr) == 0) {
-    throw std::runtime_error(file + ": " + image.message);
-  }
-  width_ = static_cast<int>(image.width);
-  height_ = static_cast<int>(image.height);
-}
-
-unsigned Pixels::At(int x, int y) const {
-  const auto place = 3 * static_cast<std::size_t>(y * width_ + x);
-  return static_cast<unsigned>(bytes_.at(place) << 16 | bytes_.at(place + 1) << 8 |
-                               bytes_.at(place + 2));
-}
 
 void Expect(ChildProcess& process, const std::string& line) {
   EXPECT_TRUE(process.WaitForLine(line)) << "no \"" << line << "\" in\n"

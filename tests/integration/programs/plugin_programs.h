@@ -2,6 +2,7 @@
 #pragma once
 
 #include <gmock/gmock.h>
+#include <kavrel/testing.h>
 
 #include <nlohmann/json.hpp>
 
@@ -10,22 +11,7 @@
 
 namespace kavrel_test {
 
-/// What a PNG shows.
-class Pixels {
- public:
-  /// Throws std::runtime_error when the file is none.
-  explicit Pixels(const std::string& file);
-
-  int width() const { return width_; }
-  int height() const { return height_; }
-  /// 0xRRGGBB.
-  unsigned At(int x, int y) const;
-
- private:
-  int width_ = 0;
-  int height_ = 0;
-  std::vector<unsigned char> bytes_;
-};
+using Pixels = kavrel::testing::Picture;
 
 /// Colours are given to the plug-ins, and looked for on the screen.
 class PluginPrograms : public Programs {

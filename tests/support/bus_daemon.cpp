@@ -1,11 +1,9 @@
-#include "private_bus.h"
+#include "bus_daemon.h"
 
 #include <sys/stat.h>
 
 #include <fstream>
 #include <stdexcept>
-
-#include "shared_connection.h"
 
 namespace kavrel_test {
 namespace {
@@ -34,26 +32,19 @@ void WriteConfiguration(const std::string& path, const std::string& socket,
 
 }  // namespace
 
-PrivateBus::PrivateBus(const BusOptions& options)
-    : address_("unix:path=" + directory_.Path("bus")),
-      system_bus_("DBUS_SYSTEM_BUS_ADDRESS", address_) {
+BusDaemon::BusDaemon(const BusOptions& options) : address_("unix:path=" + directory_.Path("bus")) {
   if (options.closed) ::chmod(directory_.path().c_str(), 0755);
   WriteConfiguration(directory_.Path("bus.conf"), directory_.Path("bus"), options);
   Start();
 }
 
-void PrivateBus::Start() {
+void BusDaemon::Start() {
   daemon_ = std::make_unique<ChildProcess>(ChildOptions{
       .arguments = {"/usr/bin/dbus-daemon", "--config-file=" + directory_.Path("bus.conf"),
                     "--nofork", "--nopidfile", "--nosyslog", "--print-address=1"}});
   if (!daemon_->WaitForLine("unix:")) {
     throw std::runtime_error("no bus: " + daemon_->errors());
   }
-}
-
-PrivateBus::~PrivateBus() {
-  Continue();
-  ForgetSystemBus();
 }
 
 }  // namespace kavrel_test

@@ -1,0 +1,4 @@
+// Twice in a row.
+// clang-format off
+#include <kavrel/testing.h>
+#include <kavrel/testing.h>
