@@ -1,4 +1,5 @@
-/* For tests of programs that talk to a television's viewer: a viewer without a display, on a
+/** @file
+ * For tests of programs that talk to a television's viewer: a viewer without a display, on a
  * message bus and in directories of the test's own, so that tests run beside each other and beside
  * a real viewer.
  *
@@ -25,8 +26,10 @@
 #include <string>
 #include <vector>
 
+/// A viewer for tests, and what is useful beside one.
 namespace kavrel::testing {
 
+/// How limits are given.
 using Milliseconds = std::chrono::milliseconds;
 
 /// Longer than anything healthy takes on a loaded machine.
@@ -34,9 +37,9 @@ inline constexpr Milliseconds kLimit = std::chrono::seconds(30);
 
 /// How a program ended.
 struct Outcome {
-  int exit_code;  ///< minus the number of the signal that ended it
-  std::string output;
-  std::string errors;
+  int exit_code;       ///< minus the number of the signal that ended it
+  std::string output;  ///< all of its standard output
+  std::string errors;  ///< all of its standard error
 };
 
 /// A program beside the test, with the test's environment. Killed and waited for by the destructor.
@@ -47,10 +50,14 @@ class Program {
   /// std::system_error when it cannot be started.
   explicit Program(std::vector<std::string> arguments,
                    std::map<std::string, std::optional<std::string>> environment = {});
+  /// @{
+  /// Moves the program to another owner; one that is replaced is ended.
   Program(Program&&) noexcept;
   Program& operator=(Program&&) noexcept;
+  /// @}
   ~Program();
 
+  /// Its process id.
   int pid() const;
 
   /// Waits for a line with `text` on standard output or standard error, and returns it. Each line
@@ -62,13 +69,16 @@ class Program {
   /// nothing when it still runs at the limit.
   std::optional<int> WaitForExit(Milliseconds limit = kLimit);
 
-  /// What was read so far. Waits read.
+  /// What was read of its standard output so far. Waits read.
   const std::string& output() const;
+  /// What was read of its standard error so far.
   const std::string& errors() const;
 
   /// To its standard input. Throws std::system_error when it does not read.
   void Write(const std::string& text);
+  /// Ends its standard input.
   void CloseInput();
+  /// Sends it a signal, by number.
   void Signal(int signal);
 
  private:
@@ -82,7 +92,9 @@ class Picture {
   /// Reads a PNG; throws std::runtime_error when the file is none.
   explicit Picture(const std::string& file);
 
+  /// In pixels.
   int width() const { return width_; }
+  /// In pixels.
   int height() const { return height_; }
   /// 0xRRGGBB; throws std::out_of_range outside the picture.
   unsigned At(int x, int y) const;
@@ -101,8 +113,10 @@ class Picture {
 struct Difference {
   std::size_t pixels = 0;  ///< how many differ by more than was tolerated
   int channel = 0;         ///< the largest difference of one of red, green, blue, of all pixels
+  /// @{
   /// The smallest rectangle that holds the pixels that differ.
   int left = 0, top = 0, width = 0, height = 0;
+  /// @}
 };
 
 /// Compares pixel by pixel. Pixels are equal when none of red, green and blue differs by more than
@@ -110,9 +124,11 @@ struct Difference {
 /// std::invalid_argument when the pictures are not of one size.
 Difference Compare(const Picture& one, const Picture& other, int tolerance = 0);
 
+/// How a television is made.
 struct TelevisionOptions {
-  /// The viewer and the command-line tool: paths, or names that are looked for on PATH.
+  /// The viewer: a path, or a name that is looked for on PATH.
   std::string viewer = "kavrel-viewer";
+  /// The command-line tool, likewise.
   std::string tool = "kavrelctl";
   /// What the viewer gets beside --headless.
   std::vector<std::string> viewer_arguments = {};
@@ -136,6 +152,7 @@ class Television {
 
   /// A directory of this television's own, removed with it; also for the test's files.
   const std::string& directory() const;
+  /// Where the bus is, as in DBUS_SYSTEM_BUS_ADDRESS.
   const std::string& bus_address() const;
 
   /// Waits for a line of the viewer: an operation that a client asked for, a key, what a plug-in
