@@ -1,35 +1,43 @@
-// The state store beside what it is made of: bare LMDB in the same process, a bare inotify wake-up
-// and a bare futex wake-up between processes.
+// The state store beside what it is made of - bare LMDB in the same process, a bare inotify wake-up
+// and a bare futex wake-up between processes - and beside other stores.
 //
-//   vconf_bench [get|set|durable|callback|fan-out|burst]   all without an argument
+//   vconf_bench [get|set|durable|callback|fan-out|burst|growth]   all without an argument
 #include <fcntl.h>
 #include <glib.h>
+#include <kavrel/state_api.h>
 #include <linux/futex.h>
-#include <lmdb.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/inotify.h>
-#include <sys/mman.h>
 #include <sys/syscall.h>
 #include <vconf.h>
 
-#include <array>
-#include <atomic>
-#include <cstring>
-#include <memory>
+#include <optional>
 #include <string_view>
 
+#include "fan_out.h"
 #include "measure.h"
+#include "stores/bare_lmdb.h"
+#include "stores/store.h"
 #include "table.h"
 #include "temporary_directory.h"
 
 using kavrel_bench::AddSamples;
+using kavrel_bench::BareLmdb;
 using kavrel_bench::Child;
 using kavrel_bench::Clock;
+using kavrel_bench::FanOut;
+using kavrel_bench::KeptAwake;
+using kavrel_bench::Kind;
+using kavrel_bench::MakeShared;
 using kavrel_bench::MicrosecondsSince;
 using kavrel_bench::PinTo;
+using kavrel_bench::ProcessorMicroseconds;
 using kavrel_bench::Row;
 using kavrel_bench::RunLatencyTable;
+using kavrel_bench::Samples;
+using kavrel_bench::Store;
+using kavrel_bench::StoreKind;
+using kavrel_bench::WakeUp;
 
 namespace {
 
@@ -37,76 +45,11 @@ constexpr int kRounds = 7;
 constexpr char kKey[] = "memory/kavrel/pip_focus";
 constexpr char kDurableKey[] = "db/kavrel/serdes_error";
 
-// --- Bare LMDB, with as many keys as a viewer has and records as large as vconf's
-
-class BareLmdb {
- public:
-  BareLmdb(const std::string& path, unsigned flags) {
-    Check(mdb_env_create(&environment_));
-    Check(mdb_env_set_mapsize(environment_, std::size_t{64} << 20));
-    Check(mdb_env_open(environment_, path.c_str(), MDB_NOSUBDIR | MDB_NOTLS | flags, 0600));
-    MDB_txn* transaction = nullptr;
-    Check(mdb_txn_begin(environment_, nullptr, 0, &transaction));
-    Check(mdb_dbi_open(transaction, nullptr, 0, &database_));
-    Check(mdb_txn_commit(transaction));
-    for (int number = 0; number < 20; ++number)
-      Set("memory/kavrel/key" + std::to_string(number), 0);
-    Set(kKey, 1);
-    Check(mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &reader_));
-    mdb_txn_reset(reader_);
-  }
-  BareLmdb(const BareLmdb&) = delete;
-  BareLmdb& operator=(const BareLmdb&) = delete;
-  ~BareLmdb() {
-    mdb_txn_abort(reader_);
-    mdb_env_close(environment_);
-  }
-
-  void Set(std::string_view key, int value) {
-    std::array<char, 28> record{};
-    std::memcpy(record.data() + 24, &value, sizeof value);
-    MDB_val lmdb_key{key.size(), const_cast<char*>(key.data())};
-    MDB_val lmdb_value{record.size(), record.data()};
-    MDB_txn* transaction = nullptr;
-    Check(mdb_txn_begin(environment_, nullptr, 0, &transaction));
-    Check(mdb_put(transaction, database_, &lmdb_key, &lmdb_value, 0));
-    Check(mdb_txn_commit(transaction));
-  }
-
-  int Get(std::string_view key) {
-    Check(mdb_txn_renew(reader_));
-    const int value = Find(reader_, key);
-    mdb_txn_reset(reader_);
-    return value;
-  }
-
-  int GetInNewTransaction(std::string_view key) {
-    MDB_txn* transaction = nullptr;
-    Check(mdb_txn_begin(environment_, nullptr, MDB_RDONLY, &transaction));
-    const int value = Find(transaction, key);
-    mdb_txn_abort(transaction);
-    return value;
-  }
-
- private:
-  static void Check(int result) {
-    if (result == 0) return;
-    std::fprintf(stderr, "LMDB: %s\n", mdb_strerror(result));
-    std::exit(1);
-  }
-
-  int Find(MDB_txn* transaction, std::string_view key) {
-    MDB_val lmdb_key{key.size(), const_cast<char*>(key.data())};
-    MDB_val lmdb_value{};
-    Check(mdb_get(transaction, database_, &lmdb_key, &lmdb_value));
-    int value = 0;
-    std::memcpy(&value, static_cast<const char*>(lmdb_value.mv_data) + 24, sizeof value);
-    return value;
-  }
-
-  MDB_env* environment_ = nullptr;
-  MDB_dbi database_ = 0;
-  MDB_txn* reader_ = nullptr;
+/// Where everything is, and the other stores.
+struct World {
+  std::string directory;
+  std::vector<StoreKind> stores;   ///< not durable where they have the choice
+  std::vector<StoreKind> durable;  ///< all of them
 };
 
 void Require(int result, const char* what) {
@@ -117,11 +60,13 @@ void Require(int result, const char* what) {
 
 /// One value a round: the time of one of `count` calls.
 void TimeCalls(Row& row, int count, const std::function<void(int)>& call) {
+  const double processor = ProcessorMicroseconds();
   const auto start = Clock::now();
   for (int i = 0; i < count; ++i) call(i);
   const double each = MicrosecondsSince(start) / count;
   row.p50.push_back(each);
   row.p99.push_back(each);
+  row.processor.push_back((ProcessorMicroseconds() - processor) / count);
 }
 
 void TimeEachCall(Row& row, int count, const std::function<void(int)>& call) {
@@ -135,6 +80,56 @@ void TimeEachCall(Row& row, int count, const std::function<void(int)>& call) {
 }
 
 int keep;  // what the compiler must not leave out
+
+// --- Other stores
+
+/// Measures in a process of its own, which may start threads and forks nothing afterwards.
+void MeasureAside(Row& row, const std::function<void(Row&)>& measure) {
+  struct Result {
+    double p50, p99;
+    bool done;
+  };
+  auto* const result = MakeShared<Result>();
+  {
+    const Child child([&] {
+      Row mine;
+      measure(mine);
+      *result = {mine.p50.back(), mine.p99.back(), true};
+    });
+    siginfo_t ended{};
+    waitid(P_PID, static_cast<id_t>(child.pid()), &ended, WEXITED | WNOWAIT);
+  }
+  const Result got = *result;
+  munmap(result, sizeof(Result));
+  if (!got.done) throw std::runtime_error("its process failed");
+  row.p50.push_back(got.p50);
+  row.p99.push_back(got.p99);
+}
+
+/// A row of another store.
+Row StoreRow(const StoreKind& kind, std::function<void(Row&)> measure) {
+  if (kind.threads) {
+    measure = [measure](Row& row) { MeasureAside(row, measure); };
+  }
+  Row row{kind.name, measure, Kind::kPeer};
+  row.missing = kind.missing;
+  return row;
+}
+
+/// A row of each store in which `use` is done `count` times by a connected process.
+void AddStoreRows(std::vector<Row>& rows, const std::vector<StoreKind>& kinds, int count,
+                  void (*use)(Store&, int)) {
+  for (const StoreKind& kind : kinds) {
+    const auto measure = [kind, count, use](Row& row) {
+      const std::unique_ptr<Store> store = kind.open();
+      store->Set(1);
+      TimeEachCall(row, Samples(count), [&](int i) { use(*store, i); });
+    };
+    rows.push_back(StoreRow(kind, measure));
+  }
+}
+
+// --- Reads
 
 /// Another process that gives many keys new values whenever it is asked, so that reads of them find
 /// nothing kept.
@@ -166,9 +161,28 @@ class OtherWriter {
   Child child_;
 };
 
-void BenchGet(const std::string& directory) {
-  constexpr int kReads = 1'000'000;
-  BareLmdb bare(directory + "/get.mdb", MDB_NOSYNC);
+/// What every read comes down to: a record that another process may have written, copied.
+class SharedRecord {
+ public:
+  int Get() const {
+    Record copy{};
+    std::memcpy(&copy, const_cast<const Record*>(record_), sizeof copy);
+    asm volatile("" ::: "memory");  // each time anew
+    return copy.value;
+  }
+
+ private:
+  struct Record {
+    char bytes[24];
+    int value;
+  };
+  Record* const record_ = MakeShared<Record>();
+};
+
+void BenchGet(const World& world) {
+  const int reads = Samples(400'000);
+  const SharedRecord record;
+  BareLmdb bare(world.directory + "/get.mdb", MDB_NOSYNC);
   Require(vconf_set_int(kKey, 1), "vconf_set_int");
   OtherWriter writer;
   std::vector<std::string> keys;
@@ -180,111 +194,64 @@ void BenchGet(const std::string& directory) {
     TimeCalls(row, OtherWriter::kKeys,
               [&](int i) { vconf_get_int(keys[static_cast<std::size_t>(i)].c_str(), &keep); });
   };
-  RunLatencyTable(
-      "get of an int",
-      {{"bare LMDB, transaction renewed",
-        [&](Row& row) { TimeCalls(row, kReads, [&](int) { keep = bare.Get(kKey); }); }},
-       {"bare LMDB, new transaction",
-        [&](Row& row) {
-          TimeCalls(row, kReads, [&](int) { keep = bare.GetInNewTransaction(kKey); });
-        }},
-       {"vconf_get_int, unchanged key",
-        [&](Row& row) { TimeCalls(row, kReads, [&](int) { vconf_get_int(kKey, &keep); }); }},
-       {"vconf_get_int, changed by another process", changed}},
-      kRounds);
+  const auto calls = [reads](const std::function<void(int)>& call) {
+    return [reads, call](Row& row) { TimeCalls(row, reads, call); };
+  };
+  std::vector<Row> rows = {
+      {"bare LMDB, transaction renewed", calls([&](int) { keep = bare.Get(kKey); }), Kind::kLimit},
+      {"bare LMDB, new transaction", calls([&](int) { keep = bare.GetInNewTransaction(kKey); }),
+       Kind::kLimit},
+      {"copy of shared memory", calls([&](int) { keep = record.Get(); }), Kind::kLimit},
+      {"vconf_get_int, unchanged key", calls([&](int) { vconf_get_int(kKey, &keep); })},
+      {"kavrel_get_pip_focus, unchanged", calls([&](int) { kavrel_get_pip_focus(&keep); })},
+      {"vconf_get_int, changed by another process", changed}};
+  AddStoreRows(rows, world.stores, 4000, [](Store& store, int) { keep = store.Get(); });
+  RunLatencyTable("get of an int", std::move(rows), kRounds);
 }
 
 // --- Wake-ups between processes
 
-/// What the processes of one measurement share.
-struct Shared {
-  std::atomic<Clock::rep> start;
-  std::atomic<Clock::rep> last;
-  std::atomic<int> called;
-  std::atomic<int> ready;
-  std::atomic<int> word;
-};
-
-Shared* MakeShared() {
-  void* memory =
-      mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  return new (memory) Shared();
+void RunGLibLoop() {
+  g_main_loop_run(g_main_loop_new(nullptr, FALSE));
 }
 
-Clock::rep Now() {
-  return Clock::now().time_since_epoch().count();
-}
-
-/// Some watching processes and one that wakes them. A kind of wake-up is a function that waits for
-/// ever and calls `called` each time, and one that wakes everybody.
-class FanOut {
- public:
-  using WaitFunction = std::function<void(const std::function<void()>& called)>;
-
-  FanOut(int watchers, int cpu, WaitFunction wait, std::function<void()> wake)
-      : watchers_(watchers), done_(eventfd(0, 0)), shared_(MakeShared()), wake_(std::move(wake)) {
-    for (int i = 0; i < watchers; ++i) {
-      children_.push_back(std::make_unique<Child>([&, cpu] {
-        if (cpu >= 0) PinTo(cpu);
-        ++shared_->ready;
-        wait([this] { Called(); });
-      }));
-    }
-    while (shared_->ready < watchers) usleep(1000);
-    usleep(200'000);  // until all of them sleep
-  }
-  FanOut(const FanOut&) = delete;
-  FanOut& operator=(const FanOut&) = delete;
-
-  /// Microseconds from the wake-up's begin to the last watcher; `waking` to its return.
-  double Once(double* waking = nullptr) {
-    shared_->called = 0;
-    const Clock::rep start = Now();
-    wake_();
-    const Clock::rep returned = Now();
-    eventfd_t count = 0;
-    eventfd_read(done_, &count);
-    if (waking != nullptr) *waking = static_cast<double>(returned - start) / 1000;
-    return static_cast<double>(shared_->last - start) / 1000;
-  }
-
-  /// Waits until every watcher has slept again after the last round.
-  void Settle() const { usleep(static_cast<unsigned>(watchers_) * 20); }
-
- private:
-  void Called() {
-    const Clock::rep now = Now();
-    if (++shared_->called != watchers_) return;
-    shared_->last = now;
-    eventfd_write(done_, 1);
-  }
-
-  const int watchers_;
-  const int done_;
-  Shared* const shared_;
-  const std::function<void()> wake_;
-  std::vector<std::unique_ptr<Child>> children_;
-};
-
-void WaitForVconf(const std::function<void()>& called) {
-  const auto callback = [](keynode_t*, void* user_data) {
-    (*static_cast<const std::function<void()>*>(user_data))();
+WakeUp VconfWakeUp() {
+  const auto wait = [](const std::function<void()>& ready, const std::function<void()>& called) {
+    const auto callback = [](keynode_t*, void* user_data) {
+      (*static_cast<const std::function<void()>*>(user_data))();
+    };
+    Require(vconf_notify_key_changed(kKey, callback, const_cast<std::function<void()>*>(&called)),
+            "vconf_notify_key_changed");
+    ready();
+    RunGLibLoop();
   };
-  Require(vconf_notify_key_changed(kKey, callback, const_cast<std::function<void()>*>(&called)),
-          "vconf_notify_key_changed");
-  GMainLoop* loop = g_main_loop_new(nullptr, FALSE);
-  g_main_loop_run(loop);
+  return {wait, [value = 0]() mutable { vconf_set_int(kKey, ++value); }};
 }
 
-void WakeVconf() {
-  static int value;
-  vconf_set_int(kKey, ++value);
+/// The same through the library's own functions.
+WakeUp KavrelWakeUp() {
+  const auto wait = [](const std::function<void()>& ready, const std::function<void()>& called) {
+    const auto callback = [](valuenode_s*, void* user_data) {
+      (*static_cast<const std::function<void()>*>(user_data))();
+    };
+    Require(
+        kavrel_register_pip_focus_change_cb(callback, const_cast<std::function<void()>*>(&called)),
+        "kavrel_register_pip_focus_change_cb");
+    ready();
+    RunGLibLoop();
+  };
+  return {wait, [value = 0]() mutable { kavrel_set_pip_focus(++value); }};
 }
 
-FanOut::WaitFunction WaitForInotify(const std::string& path) {
-  return [path](const std::function<void()>& called) {
+WakeUp InotifyWakeUp(const std::string& path) {
+  const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+  const auto wait = [path](const std::function<void()>& ready,
+                           const std::function<void()>& called) {
     const int watch = inotify_init1(IN_NONBLOCK);
-    inotify_add_watch(watch, path.c_str(), IN_MODIFY);
+    if (watch < 0 || inotify_add_watch(watch, path.c_str(), IN_MODIFY) < 0) {
+      throw std::runtime_error("no inotify watch");
+    }
+    ready();
     std::array<char, 4096> events;
     for (;;) {
       pollfd waiting{watch, POLLIN, 0};
@@ -292,90 +259,117 @@ FanOut::WaitFunction WaitForInotify(const std::string& path) {
       if (read(watch, events.data(), events.size()) > 0) called();
     }
   };
+  return {wait, [file] { keep = static_cast<int>(pwrite(file, "!", 1, 0)); }};
 }
 
-std::function<void()> WakeInotify(const std::string& path) {
-  const int file = open(path.c_str(), O_RDWR | O_CREAT, 0600);
-  return [file] { keep = static_cast<int>(pwrite(file, "!", 1, 0)); };
+WakeUp FutexWakeUp() {
+  auto* const word = MakeShared<std::atomic<int>>();
+  const auto wait = [word](const std::function<void()>& ready,
+                           const std::function<void()>& called) {
+    int seen = *word;
+    ready();
+    for (;;) {
+      syscall(SYS_futex, word, FUTEX_WAIT, seen, nullptr, nullptr, 0);
+      if (*word == seen) continue;
+      seen = *word;
+      called();
+    }
+  };
+  return {wait, [word] {
+            ++*word;
+            syscall(SYS_futex, word, FUTEX_WAKE, 1 << 20, nullptr, nullptr, 0);
+          }};
 }
 
-std::atomic<int>* futex_word;
-
-void WaitForFutex(const std::function<void()>& called) {
-  for (int seen = *futex_word;;) {
-    syscall(SYS_futex, futex_word, FUTEX_WAIT, seen, nullptr, nullptr, 0);
-    if (*futex_word == seen) continue;
-    seen = *futex_word;
-    called();
-  }
+WakeUp StoreWakeUp(const StoreKind& kind) {
+  const auto wait = [&kind](const std::function<void()>& ready,
+                            const std::function<void()>& called) {
+    kind.open()->Follow(ready, called);
+  };
+  // Opened by the first wake-up: the watchers have been forked by then.
+  return {wait, [&kind, store = std::shared_ptr<Store>(), value = 0]() mutable {
+            if (store == nullptr) store = kind.open();
+            store->Tell(++value);
+          }};
 }
 
-void WakeFutex() {
-  ++*futex_word;
-  syscall(SYS_futex, futex_word, FUTEX_WAKE, 1 << 20, nullptr, nullptr, 0);
-}
+/// Where the processes of a table of wake-ups run, and how many there are.
+struct Placing {
+  int watchers;
+  int count;
+  int writer_cpu = FanOut::kAnyProcessor;
+  int watcher_cpu = FanOut::kAnyProcessor;
+};
 
 // The watchers of one kind live for one round: together, those of all kinds would want more inotify
 // instances than a user has.
-struct WakeUp {
-  const char* name;
-  FanOut::WaitFunction wait;
-  std::function<void()> wake;
-};
+std::function<void(Row&)> MeasureWakeUps(const WakeUp& kind, const Placing& placing) {
+  return [kind, placing](Row& row) {
+    FanOut fan_out(placing.watchers, placing.watcher_cpu, kind);
+    std::vector<double> samples;
+    for (int i = 0; i < Samples(placing.count); ++i) {
+      samples.push_back(fan_out.Once());
+      fan_out.Settle();
+    }
+    AddSamples(row, samples);
+  };
+}
 
-void RunFanOut(const char* title, const std::string& directory, int watchers, int count,
-               int writer_cpu, int watcher_cpu) {
-  const std::string path = directory + "/wake";
-  if (writer_cpu >= 0) PinTo(writer_cpu);
-  const WakeUp kinds[] = {{"bare inotify wake-up", WaitForInotify(path), WakeInotify(path)},
-                          {"bare futex wake-up", WaitForFutex, WakeFutex},
-                          {"vconf, set to callback", WaitForVconf, WakeVconf}};
-  std::vector<Row> rows;
-  for (const WakeUp& kind : kinds) {
-    const auto measure = [&kind, watchers, watcher_cpu, count](Row& row) {
-      FanOut fan_out(watchers, watcher_cpu, kind.wait, kind.wake);
-      std::vector<double> samples;
-      for (int i = 0; i < count; ++i) {
-        samples.push_back(fan_out.Once());
-        fan_out.Settle();
-      }
-      AddSamples(row, samples);
-    };
-    rows.push_back({kind.name, measure});
+void RunFanOut(const World& world, const std::string& title, const Placing& placing) {
+  if (placing.writer_cpu != FanOut::kAnyProcessor) PinTo(placing.writer_cpu);
+  const WakeUp inotify = InotifyWakeUp(world.directory + "/wake");
+  std::vector<Row> rows = {
+      {"bare inotify wake-up", MeasureWakeUps(inotify, placing), Kind::kLimit},
+      {"bare futex wake-up", MeasureWakeUps(FutexWakeUp(), placing), Kind::kLimit},
+      {"vconf, set to callback", MeasureWakeUps(VconfWakeUp(), placing)}};
+  if (placing.watchers == 1) {
+    rows.push_back({"kavrel_set to its callback", MeasureWakeUps(KavrelWakeUp(), placing)});
+  }
+  for (const StoreKind& kind : world.stores) {
+    Placing fewer = placing;
+    if (kind.threads) fewer.count /= 5;
+    rows.push_back(StoreRow(kind, MeasureWakeUps(StoreWakeUp(kind), fewer)));
+    if (placing.watchers > kind.most_followers) {
+      rows.back().missing = "with so many processes it takes too long";
+    }
   }
   RunLatencyTable(title, std::move(rows), kRounds);
 }
 
-void BenchCallback(const std::string& directory) {
-  RunFanOut("set to callback in another process, one core", directory, 1, 500, 0, 0);
-  RunFanOut("set to callback in another process, two cores", directory, 1, 500, 0, 1);
+void BenchCallback(const World& world) {
+  RunFanOut(world, "set to callback in another process, one core", {1, 300, 0, 0});
+  const KeptAwake awake(2);
+  RunFanOut(world, "set to callback in another process, two cores kept awake", {1, 300, 0, 1});
 }
 
-void BenchFanOut(const std::string& directory) {
+void RunOnAllCores() {
   cpu_set_t all;
   CPU_ZERO(&all);
   for (unsigned cpu = 0; cpu < static_cast<unsigned>(sysconf(_SC_NPROCESSORS_ONLN)); ++cpu) {
     CPU_SET(cpu, &all);
   }
   sched_setaffinity(0, sizeof all, &all);
-  for (const int watchers : {1, 10, 100}) {
-    const std::string title = "set to the last callback of " + std::to_string(watchers);
-    RunFanOut((title + ", all cores").c_str(), directory, watchers, 50, -1, -1);
-  }
-  RunFanOut("set to the last callback of 100, one core", directory, 100, 50, 0, 0);
+}
+
+void BenchFanOut(const World& world) {
+  RunOnAllCores();
+  RunFanOut(world, "set to the last callback of 10, all cores", {10, 100});
+  RunFanOut(world, "set to the last callback of 100, all cores", {100, 40});
+  RunFanOut(world, "set to the last callback of 10, one core", {10, 100, 0, 0});
+  RunFanOut(world, "set to the last callback of 100, one core", {100, 40, 0, 0});
+  RunOnAllCores();
 }
 
 // --- Writes
 
-void BenchSet(const std::string& directory) {
-  constexpr int kSets = 20'000;
-  BareLmdb bare(directory + "/set.mdb", MDB_NOSYNC);
-  BareLmdb mapped(directory + "/mapped.mdb", MDB_NOSYNC | MDB_WRITEMAP);
-  const std::string path = directory + "/wake";
-  FanOut inotify(1, 1, WaitForInotify(path), WakeInotify(path));
+void BenchSet(const World& world) {
+  const int sets = Samples(20'000);
+  BareLmdb bare(world.directory + "/set.mdb", MDB_NOSYNC);
+  BareLmdb mapped(world.directory + "/mapped.mdb", MDB_NOSYNC | MDB_WRITEMAP);
+  FanOut inotify(1, 1, InotifyWakeUp(world.directory + "/wake"));
   const auto wake = [&](Row& row) {
     std::vector<double> samples;
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < Samples(300); ++i) {
       double waking = 0;
       inotify.Once(&waking);
       samples.push_back(waking);
@@ -383,59 +377,99 @@ void BenchSet(const std::string& directory) {
     }
     AddSamples(row, samples);
   };
-  RunLatencyTable(
-      "volatile set of an int",
-      {{"bare LMDB without sync",
-        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { bare.Set(kKey, i); }); }},
-       {"bare LMDB without sync, writable map",
-        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { mapped.Set(kKey, i); }); }},
-       {"bare inotify: waking one sleeper", wake},
-       {"vconf_set_int, nobody watches",
-        [&](Row& row) { TimeCalls(row, kSets, [&](int i) { vconf_set_int(kKey, i); }); }}},
-      kRounds);
+  const auto calls = [sets](const std::function<void(int)>& call) {
+    return [sets, call](Row& row) { TimeCalls(row, sets, call); };
+  };
+  std::vector<Row> rows = {
+      {"bare LMDB without sync", calls([&](int i) { bare.Set(kKey, i); }), Kind::kLimit},
+      {"bare LMDB without sync, writable map", calls([&](int i) { mapped.Set(kKey, i); }),
+       Kind::kLimit},
+      {"bare inotify: waking one sleeper", wake, Kind::kLimit},
+      {"vconf_set_int, nobody watches", calls([&](int i) { vconf_set_int(kKey, i); })},
+      {"kavrel_set_pip_focus, nobody watches", calls([&](int i) { kavrel_set_pip_focus(i); })}};
+  AddStoreRows(rows, world.stores, 1000, [](Store& store, int i) { store.Tell(i); });
+  RunLatencyTable("volatile set of an int", std::move(rows), kRounds);
 }
 
-void BenchDurable(const std::string& directory) {
-  constexpr int kSets = 100;
-  BareLmdb bare(directory + "/durable.mdb", 0);
-  RunLatencyTable("durable set of an int",
-                  {{"bare LMDB, synced",
-                    [&](Row& row) { TimeEachCall(row, kSets, [&](int i) { bare.Set(kKey, i); }); }},
-                   {"vconf_set_int",
-                    [&](Row& row) {
-                      TimeEachCall(row, kSets, [&](int i) { vconf_set_int(kDurableKey, i); });
-                    }}},
-                  kRounds);
+void BenchDurable(const World& world) {
+  const int sets = Samples(60);
+  BareLmdb bare(world.directory + "/durable.mdb", 0);
+  const auto calls = [sets](const std::function<void(int)>& call) {
+    return [sets, call](Row& row) { TimeEachCall(row, sets, call); };
+  };
+  std::vector<Row> rows = {
+      {"bare LMDB, synced", calls([&](int i) { bare.Set(kKey, i); }), Kind::kLimit},
+      {"vconf_set_int", calls([&](int i) { vconf_set_int(kDurableKey, i); })}};
+  AddStoreRows(rows, world.durable, 60, [](Store& store, int i) { store.Set(i); });
+  RunLatencyTable("durable set of an int", std::move(rows), kRounds);
+}
+
+/// One set at a time, so many microseconds apart.
+std::function<void(Row&)> SetAtIntervals(std::chrono::microseconds interval, int count) {
+  return [interval, count](Row& row) {
+    std::vector<double> samples;
+    auto next = Clock::now();
+    for (int i = 0; i < Samples(count); ++i) {
+      next += interval;
+      while (Clock::now() < next) {
+      }
+      const auto start = Clock::now();
+      vconf_set_int(kKey, i);
+      samples.push_back(MicrosecondsSince(start));
+    }
+    AddSamples(row, samples);
+  };
+}
+
+void SetAtFullSpeed(Row& row) {
+  TimeCalls(row, Samples(20'000), [](int i) { vconf_set_int(kKey, i); });
 }
 
 /// What watchers cost a writer: the time of one set, as fast as it can and at stated rates.
-void BenchBurst(const std::string&) {
-  const auto at_full_speed = [](Row& row) {
-    TimeCalls(row, 20'000, [](int i) { vconf_set_int(kKey, i); });
-  };
-  const auto at_interval = [](std::chrono::microseconds interval, int count) {
-    return [interval, count](Row& row) {
+void BenchBurst(const World& /*world*/) {
+  for (const int watchers : {0, 1, 10, 100}) {
+    FanOut fan_out(watchers, FanOut::kAnyProcessor, VconfWakeUp());
+    RunLatencyTable("volatile set, " + std::to_string(watchers) + " watching processes",
+                    {{"at full speed", SetAtFullSpeed},
+                     {"10,000 a second", SetAtIntervals(std::chrono::microseconds(100), 5000)},
+                     {"1,000 a second", SetAtIntervals(std::chrono::microseconds(1000), 500)},
+                     {"100 a second", SetAtIntervals(std::chrono::microseconds(10000), 50)}},
+                    kRounds);
+  }
+}
+
+/// What one more watching process costs a writer, and how much of it a bare wake-up costs too.
+void BenchGrowth(const World& world) {
+  for (const int watchers : {1, 10, 100, 1000}) {
+    const auto sized = [watchers](Row row) {
+      row.size = watchers;
+      return row;
+    };
+    const WakeUp futex = FutexWakeUp();
+    FanOut sleepers(watchers, FanOut::kAnyProcessor, futex);
+    FanOut fan_out(watchers, FanOut::kAnyProcessor, VconfWakeUp());
+    const auto wake = [&futex](Row& row) {
       std::vector<double> samples;
-      auto next = Clock::now();
-      for (int i = 0; i < count; ++i) {
-        next += interval;
-        while (Clock::now() < next) {
-        }
+      for (int i = 0; i < Samples(200); ++i) {
         const auto start = Clock::now();
-        vconf_set_int(kKey, i);
+        futex.wake();
         samples.push_back(MicrosecondsSince(start));
+        usleep(1000);
       }
       AddSamples(row, samples);
     };
-  };
-  for (const int watchers : {0, 1, 10, 100}) {
-    FanOut fan_out(watchers, -1, WaitForVconf, WakeVconf);
-    const std::string title = "volatile set, " + std::to_string(watchers) + " watching processes";
-    RunLatencyTable(title.c_str(),
-                    {{"at full speed", at_full_speed},
-                     {"10,000 a second", at_interval(std::chrono::microseconds(100), 5000)},
-                     {"1,000 a second", at_interval(std::chrono::microseconds(1000), 500)},
-                     {"100 a second", at_interval(std::chrono::microseconds(10000), 50)}},
+    std::vector<Row> rows = {sized({"bare futex: waking all sleepers", wake, Kind::kLimit}),
+                             sized({"vconf_set_int, at full speed", SetAtFullSpeed}),
+                             sized({"vconf_set_int, 1,000 a second",
+                                    SetAtIntervals(std::chrono::microseconds(1000), 200)})};
+    const StoreKind& redis = world.stores.front();
+    std::optional<FanOut> followers;
+    if (redis.missing.empty()) {
+      followers.emplace(watchers, FanOut::kAnyProcessor, StoreWakeUp(redis));
+    }
+    AddStoreRows(rows, {redis}, 50, [](Store& store, int i) { store.Tell(i); });
+    rows.back().size = watchers;
+    RunLatencyTable("Growth: a volatile set with so many watching processes", std::move(rows),
                     kRounds);
   }
 }
@@ -446,13 +480,18 @@ int main(int argc, char** argv) {
   const kavrel_test::TemporaryDirectory directory;
   setenv("KAVREL_RUNTIME_DIR", directory.Path("run").c_str(), 1);
   setenv("KAVREL_STATE_DIR", directory.Path("state").c_str(), 1);
-  futex_word = &MakeShared()->word;
+  const StoreKind settings = kavrel_bench::GSettingsStore(directory.path());
+  const World world{directory.path(),
+                    {kavrel_bench::RedisStore(directory.path(), false),
+                     kavrel_bench::SqliteStore(directory.path(), false), settings},
+                    {kavrel_bench::RedisStore(directory.path(), true),
+                     kavrel_bench::SqliteStore(directory.path(), true), settings}};
   const std::string_view only = argc > 1 ? argv[1] : "";
-  const auto wanted = [only](std::string_view name) { return only.empty() || only == name; };
-  if (wanted("get")) BenchGet(directory.path());
-  if (wanted("set")) BenchSet(directory.path());
-  if (wanted("durable")) BenchDurable(directory.path());
-  if (wanted("burst")) BenchBurst(directory.path());
-  if (wanted("fan-out")) BenchFanOut(directory.path());
-  if (wanted("callback")) BenchCallback(directory.path());
+  const std::pair<std::string_view, void (*)(const World&)> parts[] = {
+      {"get", BenchGet},      {"set", BenchSet},        {"durable", BenchDurable},
+      {"burst", BenchBurst},  {"fan-out", BenchFanOut}, {"callback", BenchCallback},
+      {"growth", BenchGrowth}};
+  for (const auto& [name, run] : parts) {
+    if (only.empty() || only == name) run(world);
+  }
 }
