@@ -53,11 +53,12 @@ std::string Valid(const std::string& text) {
 }  // namespace
 
 void Place(Evas_Object* object, const Area& area, const Window& window) {
-  const int left = Scaled(area.x, window.width(), window.units());
-  const int top = Scaled(area.y, window.height(), Window::kHeight);
-  evas_object_geometry_set(object, left, top,
-                           Scaled(area.x + area.width, window.width(), window.units()) - left,
-                           Scaled(area.y + area.height, window.height(), Window::kHeight) - top);
+  const Fit fit = window.fit();
+  const auto scaled = [&fit](int length) { return Scaled(length, fit.numerator, fit.denominator); };
+  const int left = fit.left + scaled(area.x);
+  const int top = fit.top + scaled(area.y);
+  evas_object_geometry_set(object, left, top, fit.left + scaled(area.x + area.width) - left,
+                           fit.top + scaled(area.y + area.height) - top);
 }
 
 void Drawing::Clear() {
@@ -87,8 +88,9 @@ Area Drawing::Viewed(const Area& area) const {
 }
 
 int Drawing::Scaled(int length) const {
-  return viewer::Scaled(viewer::Scaled(length, view_.height, kStage.height), window_.height(),
-                        Window::kHeight);
+  const Fit fit = window_.fit();
+  return viewer::Scaled(viewer::Scaled(length, view_.height, kStage.height), fit.numerator,
+                        fit.denominator);
 }
 
 void Drawing::SetClip(const Area* area) {

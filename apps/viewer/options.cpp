@@ -55,9 +55,12 @@ std::variant<Options, int> ParseOptions(int argc, char** argv) {
       ->type_name("FD")
       ->check(CLI::Validator(&kavrel_programs::ReadyFdMistake, ""));
   app.add_flag("--headless", options.headless, "Open no window; also what happens without display");
-  app.add_flag("--remote,!--no-remote", options.remote,
-               "Show a remote control beside the picture, with or without a display; without this "
-               "option only on a display");
+  app.add_flag_callback(
+      "--remote", [&options] { options.remote = true; },
+      "Show a remote control beside the picture, also without a display");
+  app.add_flag_callback(
+         "--no-remote", [&options] { options.remote = false; }, "Show none on a display either")
+      ->excludes("--remote");
   app.add_option("--banner-seconds", options.banner_seconds,
                  "How long banners stay; 0: until they are hidden")
       ->type_name("SECONDS")

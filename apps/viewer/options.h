@@ -14,7 +14,7 @@ struct Options {
   bool json = false;
   std::optional<int> ready_fd;
   bool headless = false;
-  std::optional<bool> remote;  ///< a remote control on the screen; nothing: where there is one
+  std::optional<bool> remote;  ///< a remote control on the screen; nothing: on a display only
   double banner_seconds = 10;  ///< how long banners stay; 0: until they are hidden
   std::string screenshot;      ///< file for a picture of the screen at the end; empty: none
 };

@@ -67,6 +67,7 @@ Window::Window(bool headless, std::optional<bool> with_panel)
   OpenRoot();
   has_panel_ = with_panel.value_or(!headless_);
   elm_win_title_set(root_, kTitle);
+  AddBackground();
   ListenToRoot();
   evas_object_resize(root_, units(), kHeight);
   evas_object_show(root_);
@@ -83,6 +84,16 @@ void Window::OpenRoot() {
   throw std::runtime_error("no window can be opened, not even without a display");
 }
 
+// Seen where the window has not the picture's proportions. Not a member of the root, which would
+// put it on its own layer.
+void Window::AddBackground() {
+  background_ = evas_object_rectangle_add(canvas());
+  evas_object_color_set(background_, 0, 0, 0, 0xff);
+  evas_object_layer_set(background_, EVAS_LAYER_MIN);
+  evas_object_pass_events_set(background_, EINA_TRUE);
+  evas_object_show(background_);
+}
+
 void Window::ListenToRoot() {
   evas_object_event_callback_add(root_, EVAS_CALLBACK_RESIZE, &Window::Resized, this);
   evas_object_smart_callback_add(root_, "delete,request", &Window::CloseRequested, this);
@@ -93,7 +104,8 @@ void Window::ListenToRoot() {
 }
 
 Window::~Window() {
-  // Whoever listened has gone.
+  // Whoever listened has gone, and the background goes with the root.
+  evas_object_event_callback_del_full(root_, EVAS_CALLBACK_RESIZE, &Window::Resized, this);
   resized_ = nullptr;
   closed_ = nullptr;
   focused_ = nullptr;
@@ -116,6 +128,22 @@ int Window::height() const {
   int height = 0;
   evas_object_geometry_get(root_, nullptr, nullptr, nullptr, &height);
   return height;
+}
+
+Fit Window::fit() const {
+  Fit fit;
+  const int across = width();
+  const int down = height();
+  if (across * kHeight <= down * units()) {
+    fit.numerator = across;
+    fit.denominator = units();
+  } else {
+    fit.numerator = down;
+    fit.denominator = kHeight;
+  }
+  fit.left = (across - units() * fit.numerator / fit.denominator) / 2;
+  fit.top = (down - kHeight * fit.numerator / fit.denominator) / 2;
+  return fit;
 }
 
 int Window::number() const {
@@ -146,6 +174,7 @@ Picture Window::Capture() const {
 
 void Window::Resized(void* self, Evas* /*canvas*/, Evas_Object* /*root*/, void* /*information*/) {
   const auto& window = *static_cast<Window*>(self);
+  evas_object_resize(window.background_, window.width(), window.height());
   if (window.resized_) window.resized_();
 }
 

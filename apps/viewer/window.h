@@ -18,6 +18,14 @@ struct Picture {
   std::vector<std::uint8_t> pixels;
 };
 
+/// A unit is `numerator / denominator` pixels; unit 0,0 lies at left,top.
+struct Fit {
+  int left = 0;
+  int top = 0;
+  int numerator = 1;
+  int denominator = 1;
+};
+
 /// EFL and one window, for as long as it lives. Belongs to the main thread; one in a process.
 class Window {
  public:
@@ -44,6 +52,8 @@ class Window {
   bool has_panel() const { return has_panel_; }
   /// The width of picture and panel in units of which the height is 720.
   int units() const { return has_panel_ ? kWidth + kPanelWidth : kWidth; }
+  /// Where units lie on the window: as large as it allows, in the middle.
+  Fit fit() const;
 
   /// `resized` is called when the window has got another size, `closed` when somebody wants to
   /// close it.
@@ -66,11 +76,13 @@ class Window {
   static void Restored(void* self, Evas_Object* root, void* information);
 
   void OpenRoot();
+  void AddBackground();
   void ListenToRoot();
 
   bool headless_;
   bool has_panel_;
   Evas_Object* root_ = nullptr;
+  Evas_Object* background_ = nullptr;  // belongs to the root
   std::function<void()> resized_;
   std::function<void()> closed_;
   std::function<void(bool)> focused_;

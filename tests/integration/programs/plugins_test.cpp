@@ -1,5 +1,7 @@
 // Plug-ins in the reference viewer: who gets a key, who learns of a state, and the same viewer
 // without plug-ins.
+#include <chrono>
+
 #include "plugin_programs.h"
 
 namespace kavrel_test {
@@ -65,6 +67,53 @@ TEST_F(Plugins, LearnTheViewersState) {
   expect_state({"show-sleep-timer-popup", "1"}, "RESUME");
   expect_state({"set-window-size", "2"}, "BACKGROUND");
   Expect(*viewer, "window size 2; plug-ins told BACKGROUND");
+}
+
+TEST_F(Plugins, AreListedAsConnectedWhileTheyAre) {
+  const auto viewer = StartViewer();
+  const auto listener = StartListener(*viewer, "listener", {});
+  EXPECT_EQ(ListPlugins()[0]["connected"], true);
+  listener->Kill();
+  const auto limit = std::chrono::steady_clock::now() + kGenerous;
+  while (ListPlugins()[0]["connected"] == true && std::chrono::steady_clock::now() < limit) {
+  }
+  EXPECT_EQ(ListPlugins()[0]["connected"], false);
+}
+
+TEST_F(Plugins, GetTheCommandsOfClients) {
+  const auto viewer = StartViewer();
+  ChildProcess plugin(Options(KAVREL_COMMANDED_PLUGIN, {"clock", "4", "glib"}));
+  Expect(*viewer, "plug-in clock: shown");
+  Tool({"call", "plugin-cmd", "clock", "alarm"});
+  Expect(plugin, "message command=alarm");
+  Expect(*viewer, R"(PluginCmd("clock", "alarm"): command "alarm" given to plug-in clock)");
+  Tool({"call", "plugin-cmd", "nobody", "alarm"});
+  Expect(*viewer, R"(PluginCmd("nobody", "alarm"): refused: plug-in "nobody" cannot be reached)");
+}
+
+TEST_F(Plugins, LeaveToTheViewerWhatItKeeps) {
+  const auto viewer = StartViewer();
+  const auto listener = StartListener(*viewer, "listener", {"--key", "XF86Back", "--key", "7"});
+  Tool({"call", "show-sleep-timer-popup", "1"});
+  EXPECT_EQ(SendKey("XF86Back")["taken_by"], "viewer");
+  Expect(*viewer, "sleep-timer pop-up hidden");
+  EXPECT_EQ(SendKey("XF86Back")["plugin"], "listener");
+  Tool({"call", "send-command", "keep-key", "7"});
+  EXPECT_EQ(SendKey("7")["taken_by"], "viewer");
+  Tool({"call", "send-command", "leave-key", "7"});
+  EXPECT_EQ(SendKey("7")["plugin"], "listener");
+}
+
+TEST_F(Plugins, LearnThatTheViewerIsPausedOrInTheBackground) {
+  const auto viewer = StartViewer();
+  const auto listener = StartListener(*viewer, "listener", {});
+  for (const auto& [key, state] : {std::pair("XF86AudioPlay", "PAUSE"),
+                                   {"XF86AudioPlay", "RESUME_FOCUS"},
+                                   {"XF86HomePage", "BACKGROUND"},
+                                   {"XF86HomePage", "RESUME_FOCUS"}}) {
+    EXPECT_EQ(SendKey(key)["taken_by"], "viewer");
+    Expect(*listener, std::string("state ") + state);
+  }
 }
 
 TEST_F(Plugins, AreMissedAndTheViewerGoesOn) {
@@ -150,7 +199,10 @@ TEST_F(Plugins, ExplainWrongUsage) {
 }
 
 // The viewer without plug-ins: neither bus nor display.
-class NoPlugins : public Programs {};
+class NoPlugins : public PluginPrograms {
+ protected:
+  NoPlugins() { bus_address_ = "unix:path=" + directory_.Path("no-bus"); }
+};
 
 TEST_F(NoPlugins, LeaveKeysToTheViewer) {
   const auto viewer = StartViewer();
@@ -160,6 +212,15 @@ TEST_F(NoPlugins, LeaveKeysToTheViewer) {
   EXPECT_EQ(Tool({"keys", "send", "XF86ChannelUp"}).output, "taken by the viewer\n");
   Expect(*viewer, "channel 11 Sport on DVB-S");
   EXPECT_EQ(Tool({"keys", "send", "7", "--release"}).output, "taken by nobody\n");
+  for (int i = 0; i < 4; ++i) SendKey("XF86ChannelUp");
+  Expect(*viewer, "channel 1 One on DVB-T");
+  SendKey("XF86ChannelDown");
+  Expect(*viewer, "channel 99 Test Card on DVB-T");
+  SendKey("XF86Back");
+  Expect(*viewer, "all banners hidden");
+  EXPECT_EQ(SendKey("XF86Back")["taken_by"], "nobody");
+  SendKey("XF86Info");
+  Expect(*viewer, "channel banner shown: 99 Test Card");
   const Outcome outcome = Tool({"plugins"});
   EXPECT_EQ(outcome.exit_code, 1);
   EXPECT_EQ(

@@ -32,6 +32,7 @@ ChildOptions Programs::Options(const char* program,
                          {"LSAN_OPTIONS", KAVREL_EFL_LEAKS},
                          {"KAVRELCTL", KAVRELCTL_PROGRAM},
                          {"VIEWER", KAVREL_VIEWER_PROGRAM}};
+  for (const auto& [name, value] : environment_) options.environment[name] = value;
   return options;
 }
 

@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -36,6 +38,8 @@ class Programs : public ::testing::Test {
 
   ChildOptions Options(const char* program, const std::vector<std::string>& arguments) const;
 
+  /// Variables that programs get besides, or instead of, those of every test.
+  std::map<std::string, std::optional<std::string>> environment_;
   TemporaryDirectory directory_;
   /// Where programs look for the system bus; there is none unless a test starts one.
   std::string bus_address_ = "unix:path=" + directory_.Path("no-bus");

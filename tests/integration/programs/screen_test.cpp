@@ -70,6 +70,33 @@ TEST_F(Screen, ShowsBannersAsLongAsTheyAreCommanded) {
   EXPECT_EQ(pixels.At(1230, 100), before.At(1230, 100));
 }
 
+// What they stood for, here a lock, goes on.
+TEST_F(Screen, LetsBannersLeaveByThemselves) {
+  viewer_->Signal(SIGTERM);
+  ASSERT_EQ(OutcomeOf(*viewer_).exit_code, 0);
+  const auto viewer = StartViewer({"--headless", "--banner-seconds", "0.1"});
+  Tool({"call", "show-sleep-timer-popup", "1"});
+  Tool({"call", "show-rating-banner", "1", "18", "violence"});
+  Expect(*viewer, "time is up: rating banner hidden");
+  Tool({"call", "show-channel-banner", "1"});
+  Expect(*viewer, "time is up: channel banner hidden");
+  Tool({"call", "show-channel-banner", "1"});
+  Expect(*viewer, "time is up: channel banner hidden");
+  EXPECT_EQ(Tool({"get", "visible_banners"}).output, "sleep-timer\n");
+  EXPECT_EQ(Tool({"get", "rating_locked"}).output, "locked\n");
+  EXPECT_NE(Screenshot().At(600, 572), kBanner);
+}
+
+TEST_F(Screen, HasARemoteControlBesideThePictureOnRequest) {
+  viewer_->Signal(SIGTERM);
+  ASSERT_EQ(OutcomeOf(*viewer_).exit_code, 0);
+  const auto viewer = StartViewer({"--headless", "--remote"});
+  const Pixels pixels = Screenshot();
+  EXPECT_EQ(pixels.width(), 1280 + 240);
+  EXPECT_EQ(pixels.height(), 720);
+  EXPECT_EQ(pixels.At(1306, 84), 0x39414dU);  // a button
+}
+
 TEST_F(Screen, TellsChannelsAndSourcesApart) {
   const auto background = [](const Pixels& pixels) { return pixels.At(1100, 300); };
   const Pixels one = Screenshot();
@@ -132,7 +159,7 @@ TEST_F(Screen, ComposesPluginsOnTheirLayers) {
   Tool({"call", "show-sleep-timer-popup", "1"});
   Tool({"call", "show-fan-error-popup", "1"});
   ExpectSpots({{300, 440, kLayer4},       // alone
-               {700, 440, kLayer7},       // above layer 4
+               {600, 440, kLayer7},       // above layer 4
                {900, 500, kLayer7},       // alone
                {1000, 270, kLayer101},    // above layer 7
                {1040, 346, kPopup},       // the viewer's pop-up, above layer 7
@@ -140,14 +167,14 @@ TEST_F(Screen, ComposesPluginsOnTheirLayers) {
   Tool({"call", "send-hide-banner", "all", "me"});
   SendKey("XF86Back", {"--release"});
   Expect(*viewer_, "plug-in hbbtv: hidden");
-  ExpectSpots({{700, 440, kLayer4}, {1000, 270, kLayer101}});
+  ExpectSpots({{600, 440, kLayer4}, {1000, 270, kLayer101}});
   EXPECT_EQ(ListPlugins()[0]["visible"], false);
   SendKey("XF86Menu", {"--release"});
   Expect(*viewer_, "plug-in hbbtv: shown");
-  ExpectSpots({{700, 440, kLayer7}});
+  ExpectSpots({{600, 440, kLayer7}});
   broadcast->Kill();
   Expect(*viewer_, "plug-in hbbtv: window gone");
-  ExpectSpots({{700, 440, kLayer4}, {1000, 270, kLayer101}});
+  ExpectSpots({{600, 440, kLayer4}, {1000, 270, kLayer101}});
   EXPECT_NE(Screenshot().At(900, 500), kLayer7);
 }
 
@@ -156,10 +183,10 @@ TEST_F(Screen, MovesAWindowToItsPlaceWhenItsPluginComesLater) {
   const auto middle = StartPanel(*viewer_, "weather", "5", "804020");
   ChildProcess late(Options(KAVREL_COMMANDED_PLUGIN, {"hbbtv", "5", "late", "window=207040"}));
   Expect(*viewer_, "plug-in hbbtv: window on layer 0");
-  ExpectSpots({{300, 440, kLayer4}, {700, 440, kLayer4}, {1200, 600, kLayer7}});
+  ExpectSpots({{300, 440, kLayer4}, {600, 440, kLayer4}, {1200, 600, kLayer7}});
   late.WriteInput("join\n");
   Expect(*viewer_, "plug-in hbbtv: window on layer 7");
-  ExpectSpots({{300, 440, kLayer4}, {700, 440, kLayer7}, {1000, 580, kLayer7}});
+  ExpectSpots({{300, 440, kLayer4}, {600, 440, kLayer7}, {1000, 540, kLayer7}});
   EXPECT_NE(Screenshot().At(1200, 600), kLayer7);
 }
 
