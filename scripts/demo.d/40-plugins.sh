@@ -65,12 +65,19 @@ mkdir -m 700 "$XDG_RUNTIME_DIR"
 heading "A viewer that shows a picture, and hosts plug-ins"
 mkfifo "$stage/screen.ready"
 exec {ready}<>"$stage/screen.ready" # both ways: neither end waits for the other to open
-start_program screen kavrel-viewer --headless --ready-fd 3 3>&"$ready"
+start_program screen kavrel-viewer --headless --remote --ready-fd 3 3>&"$ready"
 read -r -t 30 -u "$ready" || fail "the viewer did not start" "$stage/screen.log"
 exec {ready}<&-
 run kavrelctl call tune-channel 7 News DVB-T demo
 run kavrelctl call show-channel-banner 1
-picture 1-viewer "channel 7 News, with its banner"
+picture 1-banner "channel 7 News, with its banner"
+run kavrelctl call change-source HDMI 1 Player demo
+run kavrelctl call send-hide-banner all demo
+run kavrelctl call show-source-banner 1 'HDMI 1' Player '1080p 60 Hz'
+run kavrelctl call show-sleep-timer-popup 1
+picture 2-popup "another source, with its banner and a pop-up"
+run kavrelctl call send-hide-banner all demo
+run kavrelctl call tune-channel 7 News DVB-T demo
 
 heading "Plug-ins open windows in it: two of type 5 on layers 7 and 4, one of type 6 on 101"
 start_plugin 384x240 notes kavrel-plugin-panel --name notes --type 6 --colour 602080
@@ -81,7 +88,7 @@ start_plugin 640x360 weather kavrel-plugin-panel --name weather --type 5 --colou
 start_program listener kavrel-plugin-listener --name listener --key XF86Green --key XF86Yellow
 hear screen "listening=listener"
 run kavrelctl plugins
-picture 2-layers "hbbtv (green) above weather (brown), notes (violet) above hbbtv"
+picture 3-layers "hbbtv (green) above weather (brown), notes (violet) above hbbtv"
 
 heading "A key goes to the plug-in that wants it, else to the viewer"
 press XF86Red hbbtv
@@ -90,7 +97,8 @@ press XF86Yellow listener
 say "weather (type 5) and listener (type 4) both want XF86Green: the lower type comes first"
 press XF86Green listener
 run kavrelctl keys send XF86ChannelUp
-picture 3-keys "hbbtv has got XF86Red; XF86ChannelUp was the viewer's: channel 11 Sport"
+run kavrelctl keys send XF86ChannelUp --release
+picture 4-keys "hbbtv has got XF86Red; XF86ChannelUp was the viewer's: channel 11 Sport"
 
 heading "An exclusive key: to the latest requester, and back when it lets go"
 press XF86Blue weather
@@ -98,23 +106,25 @@ kill "${end_process[weather]}"
 hear weather "left"
 wait "${end_process[weather]}" || fail "weather ended with $?" "$stage/weather.log"
 hear screen "weather: window gone"
+run kavrelctl keys send XF86ChannelDown
+run kavrelctl call send-hide-banner all demo
 press XF86Blue hbbtv
 hear hbbtv drawn
+picture 5-plugins "weather has gone; hbbtv, below notes, has got XF86Blue back"
 run kavrelctl plugins
-picture 4-exclusive "weather has gone; hbbtv has got XF86Blue back"
 
 heading "The viewer's state reaches every plug-in"
 run kavrelctl call show-nosignal-banner 1 'Check the cable.'
 for plugin in hbbtv notes listener; do hear "$plugin" "state PAUSE"; done
 for plugin in hbbtv notes; do hear "$plugin" drawn; done
-picture 5-state "no signal: hbbtv and notes show PAUSE"
+picture 6-state "no signal: hbbtv and notes show PAUSE"
 run kavrelctl call show-nosignal-banner 0 ''
 for plugin in hbbtv notes listener; do hear "$plugin" "state RESUME_FOCUS"; done
 
 heading "A plug-in hides its window, and shows it again"
 press XF86Back hbbtv
 hear screen "hbbtv: hidden"
-picture 6-hidden "hbbtv is hidden"
+picture 7-hidden "hbbtv is hidden"
 press XF86Menu hbbtv
 hear screen "hbbtv: shown"
 
@@ -124,7 +134,7 @@ wait "${end_process[hbbtv]}" 2>/dev/null || true
 hear screen "hbbtv: window gone"
 press XF86Yellow listener
 run kavrelctl call show-sleep-timer-popup 1
-picture 7-killed "hbbtv is gone; the viewer shows a pop-up, notes lies above it"
+picture 8-killed "hbbtv is gone; the viewer shows a pop-up, notes lies above it"
 
 kill "${end_process[screen]}"
 wait "${end_process[screen]}" || fail "the viewer ended with $?" "$stage/screen.log"
