@@ -13,7 +13,7 @@ import unittest
 
 from pages import ROOT, pages
 
-KAVRELCTL = sys.argv.pop()
+KAVRELCTL = os.path.abspath(sys.argv.pop())
 WRONG_USAGE = 2
 
 # They run until somebody ends them.
