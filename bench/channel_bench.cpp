@@ -26,6 +26,7 @@
 #include "legacy/PluginDbus.h"
 #include "measure.h"
 #include "private_bus.h"
+#include "sd_bus_handshake.h"
 #include "table.h"
 
 namespace {
@@ -46,6 +47,7 @@ using kavrel_bench::ProcessorMicroseconds;
 using kavrel_bench::Row;
 using kavrel_bench::Samples;
 using kavrel_bench::SdBusCaller;
+using kavrel_bench::SdBusEnd;
 using kavreldbus::CBaseDbus;
 using kavreldbus::CHostDbus;
 using kavreldbus::CPluginDbus;
@@ -162,47 +164,69 @@ std::string PairName(int number) {
   return std::string("p").append(std::to_string(number));
 }
 
-bool IsReady(const CBaseDbus& end) {
-  return end.IsConnectionReady();
+void AwaitReady(const BareEnd& end) {
+  IterateUntil([&end] { return end.ready(); });
 }
-bool IsReady(const BareEnd& end) {
-  return end.ready();
+void AwaitReady(const CBaseDbus& end) {
+  IterateUntil([&end] { return end.IsConnectionReady(); });
+}
+void AwaitReady(const SdBusEnd& end) {
+  while (!end.ready()) end.Process();
 }
 
-/// The first ends of the pairs, made and forgotten one by one in a process that tells when each is
+/// The bus as ends by sd-bus share it in a process.
+sd_bus* SharedSdBus() {
+  static sd_bus* const bus = [] {
+    sd_bus* opened = nullptr;
+    if (sd_bus_open_system(&opened) < 0) throw std::runtime_error("no bus for sd-bus");
+    return opened;
+  }();
+  return bus;
+}
+
+std::unique_ptr<BareEnd> MakeBareEnd(const std::string& pair) {
+  return std::make_unique<BareEnd>(pair);
+}
+std::unique_ptr<SdBusEnd> MakeSdBusEnd(const std::string& pair) {
+  return std::make_unique<SdBusEnd>(SharedSdBus(), pair);
+}
+std::unique_ptr<CPluginDbus> MakePluginEnd(const std::string& pair) {
+  return std::make_unique<CPluginDbus>(kHost, pair);
+}
+std::unique_ptr<CHostDbus> MakeHostEnd(const std::string& pair) {
+  return std::make_unique<CHostDbus>(kHost, pair);
+}
+
+template <class End>
+using MakeEnd = std::unique_ptr<End> (*)(const std::string& pair);
+
+/// The first ends of pairs, made and forgotten one by one in a process that tells when each is
 /// ready. Nothing of an earlier pair is left when the next one is made.
+template <class End>
 struct FirstEnds {
+  explicit FirstEnds(MakeEnd<End> function) : make(function) {}
+
+  MakeEnd<End> make;
   ReadyPipe wanted;
   ReadyPipe made;
   ReadyPipe ready;
   Child process{[this] { Serve(); }};
 
   void Serve() const {
-    for (int pair = 0; pair < kRounds * kHandshakes; pair += kHandshakes) {
-      ServeSome<BareEnd>(pair,
-                         [](const std::string& name) { return std::make_unique<BareEnd>(name); });
-      ServeSome<CPluginDbus>(
-          pair, [](const std::string& name) { return std::make_unique<CPluginDbus>(kHost, name); });
-    }
-    RunLoop();
-  }
-
-  template <class End, class Make>
-  void ServeSome(int first_pair, const Make& make) const {
-    for (int pair = first_pair; pair < first_pair + kHandshakes; ++pair) {
+    for (int pair = 0;; ++pair) {
       wanted.Wait();
       const std::unique_ptr<End> end = make(PairName(pair));
       made.Tell();
-      IterateUntil([&end] { return IsReady(*end); });
+      AwaitReady(*end);
       ready.Tell();
       wanted.Wait();
     }
   }
 };
 
-/// `make` makes the second end of the pair of that name.
-template <class Make>
-Row HandshakeRow(const char* name, Kind kind, const FirstEnds& first, const Make& make) {
+/// `make` makes the second end of a pair.
+template <class First, class Second>
+Row HandshakeRow(const char* name, Kind kind, const FirstEnds<First>& first, MakeEnd<Second> make) {
   return {name,
           [&first, make, pair = 0](Row& row) mutable {
             std::vector<double> samples;
@@ -210,8 +234,8 @@ Row HandshakeRow(const char* name, Kind kind, const FirstEnds& first, const Make
               first.wanted.Tell();
               first.made.Wait();
               const auto start = Clock::now();
-              const auto end = make(PairName(pair++));
-              IterateUntil([&end] { return IsReady(*end); });
+              const std::unique_ptr<Second> end = make(PairName(pair++));
+              AwaitReady(*end);
               first.ready.Wait();
               samples.push_back(MicrosecondsSince(start));
               first.wanted.Tell();
@@ -283,57 +307,74 @@ void PrintRecords() {
   });
 }
 
+/// The processes at the other ends, made before this one has a second thread.
+struct Processes {
+  ReadyPipe bare_ready;
+  ReadyPipe channel_ready;
+  ReadyPipe sd_bus_ready;
+  FirstEnds<BareEnd> bare_ends{&MakeBareEnd};
+  FirstEnds<CPluginDbus> plugin_ends{&MakePluginEnd};
+  FirstEnds<SdBusEnd> sd_bus_ends{&MakeSdBusEnd};
+  Child bare{[this] {
+    kavrel_bench::ServeWithGDBus(
+        kGDBusName, [this] { bare_ready.Tell(); }, [] {});
+  }};
+  Child channel{[this] { ServeChannel(channel_ready); }};
+  Child sd_bus{[this] {
+    kavrel_bench::ServeWithSdBus(
+        kSdBusName, [this] { sd_bus_ready.Tell(); }, [] {});
+  }};
+
+  void Await() const {
+    bare_ready.Wait();
+    channel_ready.Wait();
+    sd_bus_ready.Wait();
+  }
+};
+
+void PrintMessages(const Processes& others, pid_t daemon, const GDBusCaller& gdbus_caller) {
+  ChannelCaller channel_caller;
+  const SdBusCaller sd_bus_caller(kSdBusName);
+  const auto rows = [&](auto make_row, const char* ours) -> std::vector<Row> {
+    return {make_row("bare GDBus proxy call", Kind::kLimit, gdbus_caller,
+                     std::vector{others.bare.pid(), daemon}),
+            make_row(ours, Kind::kOurs, channel_caller, std::vector{others.channel.pid(), daemon}),
+            make_row("sd-bus call", Kind::kPeer, sd_bus_caller,
+                     std::vector{others.sd_bus.pid(), daemon})};
+  };
+  kavrel_bench::RunLatencyTable(
+      "A message of 4 pairs that waits for its answer",
+      rows([](auto&&... values) { return LatencyRow(values...); }, "SendMessage, waiting"),
+      kRounds);
+  kavrel_bench::RunRateTable(
+      "Messages of 4 pairs that do not wait",
+      rows([](auto&&... values) { return RateRow(values...); }, "SendMessage, not waiting"),
+      kRounds);
+}
+
+void PrintHandshakes(const Processes& others, const GDBusCaller& gdbus_caller) {
+  kavrel_bench::RunLatencyTable("Two ends find each other",
+                                {HandshakeRow("all steps, bare GDBus, between two processes",
+                                              Kind::kLimit, others.bare_ends, &MakeBareEnd),
+                                 HandshakeRow("second end's constructor to both ready", Kind::kOurs,
+                                              others.plugin_ends, &MakeHostEnd),
+                                 HandshakeRow("all steps, sd-bus, between two processes",
+                                              Kind::kPeer, others.sd_bus_ends, &MakeSdBusEnd),
+                                 BareHandshakeRow(gdbus_caller)},
+                                kRounds);
+}
+
 }  // namespace
 
 int main() {
   setenv("KAVREL_LOG_LEVEL", "error", 1);
   const kavrel_test::PrivateBus bus;
-  const ReadyPipe bare_ready;
-  const ReadyPipe channel_ready;
-  const ReadyPipe sd_bus_ready;
-  // All processes are made before this one has a second thread.
-  FirstEnds first_ends;
-  const Child bare([&] {
-    kavrel_bench::ServeWithGDBus(
-        kGDBusName, [&] { bare_ready.Tell(); }, [] {});
-  });
-  const Child channel([&] { ServeChannel(channel_ready); });
-  const Child leaner([&] {
-    kavrel_bench::ServeWithSdBus(
-        kSdBusName, [&] { sd_bus_ready.Tell(); }, [] {});
-  });
-  bare_ready.Wait();
-  channel_ready.Wait();
-  sd_bus_ready.Wait();
+  const Processes others;
+  others.Await();
   {
     const GDBusCaller gdbus_caller(kGDBusName);
-    ChannelCaller channel_caller;
-    const SdBusCaller sd_bus_caller(kSdBusName);
-    const pid_t daemon = bus.pid();
-    const auto rows = [&](auto make_row, const char* ours) -> std::vector<Row> {
-      return {
-          make_row("bare GDBus proxy call", Kind::kLimit, gdbus_caller,
-                   std::vector{bare.pid(), daemon}),
-          make_row(ours, Kind::kOurs, channel_caller, std::vector{channel.pid(), daemon}),
-          make_row("sd-bus call", Kind::kPeer, sd_bus_caller, std::vector{leaner.pid(), daemon})};
-    };
-    kavrel_bench::RunLatencyTable(
-        "A message of 4 pairs that waits for its answer",
-        rows([](auto&&... values) { return LatencyRow(values...); }, "SendMessage, waiting"),
-        kRounds);
-    kavrel_bench::RunRateTable(
-        "Messages of 4 pairs that do not wait",
-        rows([](auto&&... values) { return RateRow(values...); }, "SendMessage, not waiting"),
-        kRounds);
-    kavrel_bench::RunLatencyTable(
-        "Two ends find each other",
-        {BareHandshakeRow(gdbus_caller),
-         HandshakeRow("all steps, bare GDBus, between two processes", Kind::kLimit, first_ends,
-                      [](const std::string& pair) { return std::make_unique<BareEnd>(pair); }),
-         HandshakeRow(
-             "second end's constructor to both ready", Kind::kOurs, first_ends,
-             [](const std::string& pair) { return std::make_unique<CHostDbus>(kHost, pair); })},
-        kRounds);
+    PrintMessages(others, bus.pid(), gdbus_caller);
+    PrintHandshakes(others, gdbus_caller);
   }
   PrintRecords();
 }

@@ -47,8 +47,10 @@ class FanOut {
           shared_->failed = true;
         }
       }));
+      if (i % kAtOnce == kAtOnce - 1) AwaitWatchers(i + 1);
     }
-    AwaitWatchers();
+    AwaitWatchers(watchers);
+    usleep(20'000 + static_cast<unsigned>(watchers) * 500);  // until all of them sleep
   }
   FanOut(const FanOut&) = delete;
   FanOut& operator=(const FanOut&) = delete;
@@ -80,6 +82,8 @@ class FanOut {
   }
 
  private:
+  static constexpr int kAtOnce = 50;  // of a thousand that start together some would give up
+
   struct Shared {
     std::atomic<Clock::rep> last;
     std::atomic<int> called;
@@ -89,12 +93,11 @@ class FanOut {
 
   static Clock::rep Now() { return Clock::now().time_since_epoch().count(); }
 
-  void AwaitWatchers() const {
-    while (shared_->ready < watchers_) {
+  void AwaitWatchers(int started) const {
+    while (shared_->ready < started) {
       if (shared_->failed) throw std::runtime_error("a watcher cannot watch");
       usleep(1000);
     }
-    usleep(20'000 + static_cast<unsigned>(watchers_) * 500);  // until all of them sleep
   }
 
   void Called() {

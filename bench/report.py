@@ -73,9 +73,10 @@ def tables_of(rows):
 
 
 def reference_of(rows, row):
-    """The limit that a row is compared with: the table's first one, of the same size if it has any."""
+    """What a row is compared with: what it says, else the table's first limit, of the same size."""
     for other in rows:
-        if other["kind"] == "limit" and other.get("size") == row.get("size") and other.get("p50"):
+        wanted = other["row"] == row["reference"] if "reference" in row else other["kind"] == "limit"
+        if wanted and other.get("size") == row.get("size") and other.get("p50"):
             return other
     return None
 

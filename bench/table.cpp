@@ -51,6 +51,7 @@ nlohmann::json JsonOf(const std::string& title, const std::string& unit, const R
   if (!row.p99.empty()) json["p99"] = Median(row.p99);
   if (!row.processor.empty()) json["processor"] = Median(row.processor);
   if (!row.missing.empty()) json["missing"] = row.missing;
+  if (!row.reference.empty()) json["reference"] = row.reference;
   return json;
 }
 

@@ -28,6 +28,7 @@ struct Row {
   std::vector<double> p99 = {};
   std::vector<double> processor = {};  ///< microseconds of all processes that took part, each time
   std::string missing = {};            ///< why it was not measured
+  std::string reference = {};          ///< the row it is compared with; empty: the first limit
 };
 
 /// One round's percentiles; sorts the samples.

@@ -53,9 +53,7 @@ struct World {
 };
 
 void Require(int result, const char* what) {
-  if (result == 0) return;
-  std::fprintf(stderr, "%s: %d\n", what, result);
-  std::exit(1);
+  if (result != 0) throw std::runtime_error(std::string(what) + ": " + std::to_string(result));
 }
 
 /// One value a round: the time of one of `count` calls.
@@ -476,7 +474,7 @@ void BenchGrowth(const World& world) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
   const kavrel_test::TemporaryDirectory directory;
   setenv("KAVREL_RUNTIME_DIR", directory.Path("run").c_str(), 1);
   setenv("KAVREL_STATE_DIR", directory.Path("state").c_str(), 1);
@@ -494,4 +492,8 @@ int main(int argc, char** argv) {
   for (const auto& [name, run] : parts) {
     if (only.empty() || only == name) run(world);
   }
+  return 0;
+} catch (const std::exception& error) {
+  std::fprintf(stderr, "vconf_bench: %s\n", error.what());
+  return 1;
 }

@@ -430,6 +430,7 @@ void Record(const std::vector<Measurement>& measured) {
   for (const Measurement& one : measured) {
     Row row{one.name, {}, one.kind};
     row.missing = one.missing;
+    row.reference = measured[one.reference].name;
     const auto add = [&row](std::vector<Row>& rows, const std::vector<double>& p50,
                             const std::vector<double>& p99) {
       rows.push_back(row);
