@@ -12,6 +12,7 @@ namespace kavrel::testing {
 namespace {
 
 TelevisionOptions Built() {
+  ::setenv("LSAN_OPTIONS", KAVREL_EFL_LEAKS, 1);  // for the programs: what is not theirs
   TelevisionOptions options;
   options.viewer = KAVREL_VIEWER_PROGRAM;
   options.tool = KAVRELCTL_PROGRAM;
