@@ -44,12 +44,16 @@ long LiveAllocations() {
 
 namespace {
 
-void* Allocate(std::size_t size) {
-  if (ThisOneFails()) throw std::bad_alloc();
+void* TryToAllocate(std::size_t size) {
+  if (ThisOneFails()) return nullptr;
   void* const memory = std::malloc(size > 0 ? size : 1);
-  if (memory == nullptr) throw std::bad_alloc();
-  ++live_allocations;
+  if (memory != nullptr) ++live_allocations;
   return memory;
+}
+
+void* Allocate(std::size_t size) {
+  if (void* const memory = TryToAllocate(size)) return memory;
+  throw std::bad_alloc();
 }
 
 void Free(void* memory) {
@@ -64,6 +68,11 @@ void Free(void* memory) {
 
 void* operator new(std::size_t size) {
   return kavrel_test::Allocate(size);
+}
+
+// The library's own calls the one above; a sanitizer's does not.
+void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
+  return kavrel_test::TryToAllocate(size);
 }
 
 void operator delete(void* memory) noexcept {
