@@ -79,8 +79,9 @@ void Television::StartViewer() {
   std::vector<std::string> arguments = {parts_->options.viewer, "--headless"};
   arguments.insert(arguments.end(), parts_->options.viewer_arguments.begin(),
                    parts_->options.viewer_arguments.end());
-  // A home of its own: the toolkit keeps files there.
-  Program viewer(std::move(arguments), {{"HOME", directory()}});
+  // A home of its own: the toolkit keeps files there. Banners stay until somebody hides them, or a
+  // slow machine would miss them.
+  Program viewer(std::move(arguments), {{"HOME", directory()}, {"KAVREL_BANNER_SECONDS", "0"}});
   if (!viewer.WaitForLine("serving as")) throw std::runtime_error("no viewer: " + viewer.errors());
   parts_->viewer = std::move(viewer);
 }

@@ -126,6 +126,15 @@ TEST_F(TelevisionTest, ShowsWhatItIsTold) {
   EXPECT_EQ(Compare(before, UpperHalf(television_.Screenshot())).pixels, 0U);
 }
 
+TEST(Television, LetsBannersLeaveWhenAsked) {
+  TelevisionOptions options = Built();
+  options.viewer_arguments = {"--banner-seconds", "1"};
+  Television television(options);
+  television.Tool({"call", "show-channel-banner", "1"});
+  EXPECT_TRUE(television.WaitForLine("ShowChannelBanner(1): channel banner shown"));
+  EXPECT_TRUE(television.WaitForState("visible_banners", ""));
+}
+
 TEST_F(TelevisionTest, IsStoppedAndStarted) {
   television_.Tool({"set", "db_serdes_error", "5"});
   EXPECT_EQ(television_.StopViewer(), 0);

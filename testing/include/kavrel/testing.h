@@ -130,7 +130,7 @@ struct TelevisionOptions {
   std::string viewer = "kavrel-viewer";
   /// The command-line tool, likewise.
   std::string tool = "kavrelctl";
-  /// What the viewer gets beside --headless.
+  /// What the viewer gets beside --headless, such as --banner-seconds: unasked, banners stay.
   std::vector<std::string> viewer_arguments = {};
 };
 
