@@ -22,4 +22,18 @@ std::size_t EditDistance(std::string_view one, std::string_view other) {
   return distances.back();
 }
 
+std::string DidYouMean(std::string_view typed, const std::vector<std::string>& candidates) {
+  constexpr std::size_t kLongestTyped = 100;
+  if (typed.size() > kLongestTyped) return {};
+  const std::string* nearest = nullptr;
+  std::size_t least = typed.size() / 3 + 1;
+  for (const std::string& candidate : candidates) {
+    const std::size_t distance = EditDistance(candidate, typed);
+    if (distance > least) continue;
+    least = distance;
+    nearest = &candidate;
+  }
+  return nearest == nullptr ? "" : "; did you mean " + *nearest + '?';
+}
+
 }  // namespace kavrelctl

@@ -66,17 +66,10 @@ const CLI::App& MistakenCommand(const CLI::App& app) {
   return *command;
 }
 
-// The command whose name is nearest to a mistyped one, if any is near.
-std::string Suggestion(const CLI::App& command, const std::string& typed) {
-  std::string nearest;
-  std::size_t least = typed.size() / 3 + 1;
-  for (const CLI::App* candidate : CommandsBelow(command)) {
-    const std::size_t distance = EditDistance(candidate->get_name(), typed);
-    if (distance > least) continue;
-    least = distance;
-    nearest = candidate->get_name();
-  }
-  return nearest.empty() ? "" : "; did you mean " + nearest + '?';
+std::vector<std::string> NamesBelow(const CLI::App& command) {
+  std::vector<std::string> names;
+  for (const CLI::App* below : CommandsBelow(command)) names.push_back(below->get_name());
+  return names;
 }
 
 std::string Mistake(const CLI::App& command, const CLI::ParseError& error) {
@@ -89,7 +82,8 @@ std::string Mistake(const CLI::App& command, const CLI::ParseError& error) {
            "; a value that begins with a dash goes behind \"--\"";
   }
   if (wants_command) {
-    return '"' + first + "\" is no command of " + PathOf(command) + Suggestion(command, first);
+    return '"' + first + "\" is no command of " + PathOf(command) +
+           DidYouMean(first, NamesBelow(command));
   }
   return '"' + first + "\" is one argument too many";
 }

@@ -58,18 +58,6 @@ std::string StoreFailure(const std::vector<LogLine>& errors) {
 
 }  // namespace
 
-const PropertyInfo* FindProperty(const std::string& name) {
-  const auto* const found =
-      std::find_if(std::begin(kProperties), std::end(kProperties),
-                   [&](const PropertyInfo& property) { return property.name == name; });
-  return found == std::end(kProperties) ? nullptr : found;
-}
-
-std::string PropertyNameMistake(const std::string& name) {
-  if (FindProperty(name) != nullptr) return {};
-  return "no property is called \"" + name + "\"; \"kavrelctl get --all\" lists them";
-}
-
 std::string ValueText(const ordered_json& value) {
   if (value.is_null()) return "-";
   if (!value.is_string()) return value.dump();
@@ -98,17 +86,6 @@ std::optional<ordered_json> ReadProperty(const PropertyInfo& property, std::stri
   failure = StoreFailure(LogTap::Instance().TakeErrors());
   if (value.is_null() && !failure.empty()) return std::nullopt;
   return value;
-}
-
-std::string PropertyValueMistake(const PropertyInfo& property, const std::string& text) {
-  switch (property.type) {
-    case PropertyType::Int:
-      return ValueMistake(ItemType::Int32, text);
-    case PropertyType::Bool:
-      return ValueMistake(ItemType::Bool, text);
-    default:
-      return {};
-  }
 }
 
 std::string WriteProperty(const PropertyInfo& property, const std::string& text) {

@@ -7,13 +7,9 @@
 #include <optional>
 #include <string>
 
+#include "property_names.h"
+
 namespace kavrelctl {
-
-/// The property of that name, or null.
-const kavrel::state::PropertyInfo* FindProperty(const std::string& name);
-
-/// What is wrong with `name` as a property's name; empty when nothing is.
-std::string PropertyNameMistake(const std::string& name);
 
 /// A value as JSON (null: none) for people: on one line, without quotes but for an empty text, "-"
 /// for none.
@@ -26,10 +22,6 @@ nlohmann::ordered_json NodeValue(const valuenode_s& node);
 /// message in `failure`, when the store cannot be read.
 std::optional<nlohmann::ordered_json> ReadProperty(const kavrel::state::PropertyInfo& property,
                                                    std::string& failure);
-
-/// What is wrong with `text` as a value for a property that can be set; empty when nothing is.
-std::string PropertyValueMistake(const kavrel::state::PropertyInfo& property,
-                                 const std::string& text);
 
 /// Sets a value that has been found free of mistakes. Empty, or why it could not be set.
 std::string WriteProperty(const kavrel::state::PropertyInfo& property, const std::string& text);
