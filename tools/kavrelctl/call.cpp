@@ -25,15 +25,6 @@ Argument ToArgument(ItemType type, const std::vector<std::string>& texts) {
   }
 }
 
-std::vector<Argument> ToArguments(const MethodInfo& method,
-                                  const std::vector<std::vector<std::string>>& texts) {
-  std::vector<Argument> arguments;
-  for (std::size_t i = 0; i < texts.size(); ++i) {
-    arguments.push_back(ToArgument(method.arguments[i], texts[i]));
-  }
-  return arguments;
-}
-
 ordered_json ResultJson(const Answer& answer) {
   return std::visit(
       [](const auto& result) -> ordered_json {
@@ -45,19 +36,18 @@ ordered_json ResultJson(const Answer& answer) {
       answer.result);
 }
 
-bool IsRefusal(const Answer& answer) {
-  const bool* result = std::get_if<bool>(&answer.result);
-  return result != nullptr && !*result;
-}
-
-bool PrintAnswerJson(const MethodInfo& method, const Answer& answer) {
+ordered_json ValuesJson(const MethodInfo& method, const Answer& answer) {
   ordered_json values = ordered_json::object();
   for (std::size_t i = 0; i < answer.values.size(); ++i) {
     values[std::string(method.out_value_names[i])] = answer.values[i];
   }
+  return values;
+}
+
+bool PrintAnswerJson(const MethodInfo& method, const Answer& answer) {
   return PrintJson({{"method", KebabName(method.name)},
                     {"ok", !IsRefusal(answer)},
-                    {"values", values},
+                    {"values", ValuesJson(method, answer)},
                     {"result", ResultJson(answer)}});
 }
 
@@ -81,6 +71,26 @@ int Fail(const MethodInfo& method, const Settings& settings, const std::string& 
 }
 
 }  // namespace
+
+std::vector<Argument> ToArguments(const MethodInfo& method,
+                                  const std::vector<std::vector<std::string>>& texts) {
+  std::vector<Argument> arguments;
+  for (std::size_t i = 0; i < texts.size(); ++i) {
+    arguments.push_back(ToArgument(method.arguments[i], texts[i]));
+  }
+  return arguments;
+}
+
+bool IsRefusal(const Answer& answer) {
+  const bool* result = std::get_if<bool>(&answer.result);
+  return result != nullptr && !*result;
+}
+
+ordered_json AnswerJson(const MethodInfo& method, const Answer& answer) {
+  ordered_json all = ValuesJson(method, answer);
+  all["result"] = ResultJson(answer);
+  return all;
+}
 
 int RunCall(const CallableMethod& callable, const std::vector<std::vector<std::string>>& texts,
             const Settings& settings) {

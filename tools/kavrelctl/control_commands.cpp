@@ -1,15 +1,12 @@
 #include "control_commands.h"
 
-#include <glib.h>
 #include <printable.h>
 
-#include <cerrno>
-#include <cstring>
-#include <fstream>
 #include <memory>
 
 #include "control_connection.h"
 #include "output.h"
+#include "screenshot_file.h"
 
 namespace kavrelctl {
 namespace {
@@ -18,8 +15,6 @@ using kavrel_programs::ControlCommand;
 using kavrel_programs::ControlRequest;
 using kavrel_programs::Printable;
 using nlohmann::ordered_json;
-
-constexpr const char* kNotUnderstood = "the viewer's answer cannot be understood";
 
 int Fail(const Settings& settings, const std::string& message) {
   PrintError(message);
@@ -117,26 +112,12 @@ int RunPlugins(const Settings& settings) {
 
 // --- screenshot
 
-struct FreeBytes {
-  void operator()(guchar* bytes) const { g_free(bytes); }
-};
-
 int RunScreenshot(const std::string& file, const Settings& settings) {
-  const ControlRequest request = RequestFor(ControlCommand::kScreenshot);
-  return Ask(request, settings, [&](const std::string& answer) {
-    gsize size = 0;
-    const std::unique_ptr<guchar, FreeBytes> bytes(g_base64_decode(answer.c_str(), &size));
-    if (size < 8 || std::memcmp(bytes.get(), "\x89PNG\r\n\x1a\n", 8) != 0) {
-      return Fail(settings, kNotUnderstood);
-    }
-    std::ofstream picture(file, std::ios::binary | std::ios::trunc);
-    picture.write(reinterpret_cast<const char*>(bytes.get()), static_cast<std::streamsize>(size));
-    if (!picture.flush()) {
-      return Fail(settings, "cannot write \"" + file + "\": " + std::strerror(errno));
-    }
-    const ordered_json outcome = {{"ok", true}, {"file", file}, {"bytes", size}};
-    return Done(!settings.json || PrintJson(outcome));
-  });
+  const auto answer = AskViewer(RequestFor(ControlCommand::kScreenshot), settings);
+  const SavedScreenshot saved = SaveScreenshot(answer, file);
+  if (!saved.failure.empty()) return Fail(settings, saved.failure);
+  const ordered_json outcome = {{"ok", true}, {"file", file}, {"bytes", saved.bytes}};
+  return Done(!settings.json || PrintJson(outcome));
 }
 
 }  // namespace

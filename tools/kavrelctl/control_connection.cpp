@@ -79,7 +79,7 @@ std::variant<ordered_json, ControlFailure> ControlConnection::AskJson(ControlCom
   if (auto* failure = std::get_if<ControlFailure>(&answer)) return std::move(*failure);
   ordered_json json = ordered_json::parse(std::get<std::string>(answer), nullptr, false);
   if (json.is_discarded()) {
-    return ControlFailure{"the answer of " + ViewerName(settings_) + " cannot be understood"};
+    return ControlFailure{kNotUnderstood};
   }
   return json;
 }

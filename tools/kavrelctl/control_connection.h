@@ -14,6 +14,8 @@
 
 namespace kavrelctl {
 
+inline constexpr const char* kNotUnderstood = "the viewer's answer cannot be understood";
+
 /// Why there is no answer, for people.
 struct ControlFailure {
   std::string message;

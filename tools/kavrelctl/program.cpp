@@ -14,6 +14,7 @@
 #include "method_commands.h"
 #include "output.h"
 #include "property_commands.h"
+#include "scenario_commands.h"
 #include "text_commands.h"
 #include "texts.h"
 
@@ -52,6 +53,7 @@ void Build(CommandLine& line) {
   AddPluginsCommand(line);
   AddScreenshotCommand(line);
   AddBusCommand(line);
+  AddRunCommand(line);
   AddCompletionCommand(line);
   AddManCommand(line);
 }

@@ -1,0 +1,57 @@
+#include "scenario_commands.h"
+
+#include <memory>
+
+#include "interrupt.h"
+#include "output.h"
+#include "player.h"
+#include "scenario_file.h"
+
+namespace kavrelctl {
+namespace {
+
+struct RunArguments {
+  std::string file;
+  bool each_step = false;
+  bool keeps_going = false;
+};
+
+int RunScenario(const RunArguments& arguments, const Settings& settings) {
+  const auto loaded = LoadScenario(arguments.file);
+  if (const auto* mistake = std::get_if<std::string>(&loaded)) {
+    PrintError(*mistake);
+    if (settings.json) PrintJson({{"summary", true}, {"ok", false}, {"error", *mistake}});
+    return kUsage;
+  }
+  const auto& scenario = std::get<Scenario>(loaded);
+  SetInterruptText("before the first step of " + arguments.file);
+  EndWhenInterrupted();
+  PlayReport report({arguments.file, settings.json, arguments.each_step}, scenario);
+  return Player(scenario, settings, report).Play(arguments.keeps_going);
+}
+
+}  // namespace
+
+void AddRunCommand(CommandLine& line) {
+  CLI::App* const command =
+      line.app.add_subcommand("run", "Play a scenario and tell whether everything held");
+  command->group("Scenarios")
+      ->footer(
+          R"(A scenario is a list of steps in YAML or JSON: call, set, key, wait, expect, screenshot. It is
+checked whole before the first step. Ends with 0 when all held, 1 when a step failed or the viewer
+was lost, 2 for a scenario that is none, 130 when interrupted. Example:
+  kavrelctl run examples/scenarios/tune-and-check.yaml -v)");
+  const auto arguments = std::make_shared<RunArguments>();
+  command->add_option("SCENARIO", arguments->file, "The file with the steps")
+      ->type_name("")
+      ->required();
+  command->add_flag("-v,--steps", arguments->each_step, "Print one line a step");
+  command->add_flag("--keep-going", arguments->keeps_going, "Play on after a step that failed");
+  AddConnectionOptions(*command, line.settings);
+  AddOutputOptions(*command, line.settings);
+  command->callback([&line, arguments] {
+    line.action = [&line, arguments] { return RunScenario(*arguments, line.settings); };
+  });
+}
+
+}  // namespace kavrelctl

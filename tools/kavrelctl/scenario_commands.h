@@ -1,0 +1,10 @@
+// The commands "run" and "record".
+#pragma once
+
+#include "command_line.h"
+
+namespace kavrelctl {
+
+void AddRunCommand(CommandLine& line);
+
+}  // namespace kavrelctl
