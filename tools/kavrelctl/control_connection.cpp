@@ -58,16 +58,19 @@ std::optional<ControlFailure> ControlConnection::Connect() {
   return std::nullopt;
 }
 
+ControlFailure ControlConnection::AskFailure(const std::string& what, int error) {
+  // The main context has not been told yet.
+  if (error == -EPIPE) lost_ = true;
+  return {what + ": " + CallFailure(error, settings_)};
+}
+
 ControlAnswer ControlConnection::Ask(const ControlRequest& request) {
   const std::string name = ViewerName(settings_);
   int sequence = 0;
   int error = kavrel_programs::SendControlRequest(port_, request, sequence);
-  if (error != 0)
-    return ControlFailure{"cannot ask " + name + ": " + CallFailure(error, settings_)};
+  if (error != 0) return AskFailure("cannot ask " + name, error);
   const auto reply = kavrel_programs::ReadControlReply(port_, sequence, error);
-  if (!reply) {
-    return ControlFailure{"no answer from " + name + ": " + CallFailure(error, settings_)};
-  }
+  if (!reply) return AskFailure("no answer from " + name, error);
   if (!reply->done) return ControlFailure{name + " refuses: " + reply->text, true};
   return reply->text;
 }
@@ -84,11 +87,24 @@ std::variant<ordered_json, ControlFailure> ControlConnection::AskJson(ControlCom
   return json;
 }
 
-std::optional<ControlFailure> ControlConnection::Follow(OnEvent on_event) {
+std::variant<unsigned, ControlFailure> ControlConnection::AskSequence(ControlCommand command) {
+  const auto answer = AskJson(command);
+  if (const auto* failure = std::get_if<ControlFailure>(&answer)) return *failure;
+  const auto& told = std::get<ordered_json>(answer);
+  if (!told.is_object() || !told.contains("sequence") ||
+      !told.at("sequence").is_number_unsigned()) {
+    return ControlFailure{kNotUnderstood};
+  }
+  return told.at("sequence").get<unsigned>();
+}
+
+std::variant<unsigned, ControlFailure> ControlConnection::Follow(OnEvent on_event) {
   on_event_ = std::move(on_event);
-  const auto answer = AskJson(ControlCommand::kFollow);
-  const auto* const failure = std::get_if<ControlFailure>(&answer);
-  return failure == nullptr ? std::nullopt : std::optional(*failure);
+  return AskSequence(ControlCommand::kFollow);
+}
+
+std::variant<unsigned, ControlFailure> ControlConnection::Look() {
+  return AskSequence(ControlCommand::kLook);
 }
 
 void ControlConnection::Received(const char* /*endpoint*/, const char* /*port_name*/, void* self) {

@@ -44,16 +44,23 @@ class ControlConnection {
   std::variant<nlohmann::ordered_json, ControlFailure> AskJson(
       kavrel_programs::ControlCommand command);
 
-  /// `on_event` is told what happens from now on (see the viewer's journal). Nothing when it is.
-  std::optional<ControlFailure> Follow(OnEvent on_event);
+  /// `on_event` is told what happens from now on (see the viewer's journal). Returns the number of
+  /// the last event before.
+  std::variant<unsigned, ControlFailure> Follow(OnEvent on_event);
 
-  /// Whether the connection has ended, as far as the main context has been told.
+  /// Lets the viewer tell what others have set. Returns the number of the last event, which is on
+  /// its way then.
+  std::variant<unsigned, ControlFailure> Look();
+
+  /// Whether the connection has ended, as far as this end has noticed.
   bool IsLost() const { return lost_; }
 
  private:
   static void Received(const char* endpoint, const char* port_name, void* self);
   static void Disconnected(const char* endpoint, const char* port_name, void* self);
 
+  std::variant<unsigned, ControlFailure> AskSequence(kavrel_programs::ControlCommand command);
+  ControlFailure AskFailure(const std::string& what, int error);
   void TakeEvent();
 
   const Settings& settings_;

@@ -126,10 +126,11 @@ std::optional<std::string> Player::Connect() {
   if (auto failure = viewer_.Connect()) return failure;
   auto failure = control_.Connect();
   if (!failure) {
-    failure = control_.Follow([this](ordered_json event) {
+    const auto followed = control_.Follow([this](ordered_json event) {
       if (event.value("event", "") != "call" || calls_.size() == kMostCallsKept) return;
       calls_.push_back(std::move(event));
     });
+    if (const auto* refusal = std::get_if<ControlFailure>(&followed)) failure = *refusal;
   }
   has_control_ = !failure;
   const bool needs_it = std::any_of(scenario_.steps.begin(), scenario_.steps.end(),
@@ -205,7 +206,9 @@ StepOutcome Player::SendKey(const KeyAction& key, bool released) {
   request.released = released;
   request.device = key.device;
   const auto answer = control_.Ask(request);
-  if (const auto* failure = std::get_if<ControlFailure>(&answer)) return Lost(failure->message);
+  if (const auto* failure = std::get_if<ControlFailure>(&answer)) {
+    return Lost(IsLost() ? LostText() : failure->message);
+  }
   StepOutcome outcome;
   const auto taken = ordered_json::parse(std::get<std::string>(answer), nullptr, false);
   if (!taken.is_object() || !taken.contains("taken_by")) return Failed(kNotUnderstood);

@@ -54,6 +54,7 @@ void Build(CommandLine& line) {
   AddScreenshotCommand(line);
   AddBusCommand(line);
   AddRunCommand(line);
+  AddRecordCommand(line);
   AddCompletionCommand(line);
   AddManCommand(line);
 }

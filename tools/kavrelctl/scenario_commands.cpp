@@ -1,10 +1,13 @@
 #include "scenario_commands.h"
 
+#include <ready_fd.h>
+
 #include <memory>
 
 #include "interrupt.h"
 #include "output.h"
 #include "player.h"
+#include "record.h"
 #include "scenario_file.h"
 
 namespace kavrelctl {
@@ -30,6 +33,11 @@ int RunScenario(const RunArguments& arguments, const Settings& settings) {
   return Player(scenario, settings, report).Play(arguments.keeps_going);
 }
 
+std::string DurationMistake(const std::string& text) {
+  if (TimeoutMistake(text).empty()) return {};
+  return '"' + text + "\" is not a number of seconds from 0 to 86400";
+}
+
 }  // namespace
 
 void AddRunCommand(CommandLine& line) {
@@ -51,6 +59,38 @@ was lost, 2 for a scenario that is none, 130 when interrupted. Example:
   AddOutputOptions(*command, line.settings);
   command->callback([&line, arguments] {
     line.action = [&line, arguments] { return RunScenario(*arguments, line.settings); };
+  });
+}
+
+void AddRecordCommand(CommandLine& line) {
+  CLI::App* const command =
+      line.app.add_subcommand("record", "Record what happens to a viewer as a scenario");
+  command->group("Scenarios")
+      ->footer(
+          R"(Calls, keys and settings become steps, what follows from them becomes waits; plug-ins and messages on
+the bus become comments, as far as this user may watch the bus. Ends with Ctrl-C. The file is whole
+after each step. Example:
+  kavrelctl record session.yaml
+  kavrelctl run session.yaml)");
+  const auto arguments = std::make_shared<RecordArguments>();
+  command->add_option("FILE", arguments->file, "Where to write, in the place of what is there")
+      ->type_name("")
+      ->required();
+  command->add_option("--duration", arguments->duration_seconds, "End after so many seconds")
+      ->type_name("SECONDS")
+      ->check(Check(&DurationMistake));
+  command->add_option("--count", arguments->count, "End after so many steps")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
+  command
+      ->add_option("--ready-fd", arguments->ready_fd,
+                   "Write a newline to this descriptor and close it as soon as nothing is missed")
+      ->type_name("FD")
+      ->check(Check(&kavrel_programs::ReadyFdMistake));
+  AddConnectionOptions(*command, line.settings);
+  AddOutputOptions(*command, line.settings);
+  command->callback([&line, arguments] {
+    line.action = [&line, arguments] { return RunRecord(*arguments, line.settings); };
   });
 }
 

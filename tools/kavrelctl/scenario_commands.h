@@ -6,5 +6,6 @@
 namespace kavrelctl {
 
 void AddRunCommand(CommandLine& line);
+void AddRecordCommand(CommandLine& line);
 
 }  // namespace kavrelctl
