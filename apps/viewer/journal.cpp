@@ -55,7 +55,9 @@ void Journal::End() {
 }
 
 unsigned Journal::Look() {
-  if (follower_) TellChanges();
+  if (!follower_) return sequence_;
+  ordered_json state = TellChanges();
+  if (!state.empty()) Tell({{"event", "state"}, {"state", std::move(state)}});
   return sequence_;
 }
 

@@ -20,6 +20,7 @@ namespace viewer {
 ///     call      "client", "method", "arguments", "values", "result", "effects", "state"
 ///     set       "property", "value": somebody else than this viewer has set it
 ///     screen    something on the screen has changed
+///     state     what the viewer has published of its own accord, as "state"
 ///     key, ...  what the operation log tells programs, and "state"
 /// "state" holds the properties that the viewer has published meanwhile, by name. What others set
 /// before an event is told before it, so that the order is the one in which things took effect.

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "control_connection.h"
+#include "key_owners.h"
 #include "output.h"
 #include "screenshot_file.h"
 
@@ -65,6 +66,13 @@ int RunKeysSend(const ControlRequest& request, const Settings& settings) {
   });
 }
 
+int RunKeysList(const Settings& settings) {
+  return Ask(RequestFor(ControlCommand::kPlugins), settings, [&](const std::string& answer) {
+    const ordered_json owners = KeyOwners(ordered_json::parse(answer));
+    return Done(settings.json ? PrintJson(owners) : Print(KeyOwnersText(owners)));
+  });
+}
+
 // --- plugins
 
 std::string KeysText(const ordered_json& keys) {
@@ -120,13 +128,19 @@ int RunScreenshot(const std::string& file, const Settings& settings) {
   return Done(!settings.json || PrintJson(outcome));
 }
 
-}  // namespace
+void AddKeysListCommand(CLI::App& keys, CommandLine& line) {
+  CLI::App* const command = keys.add_subcommand("list", "List who owns which key");
+  command->footer(
+      R"(OWNER has the key for itself alone; others are offered it by type and place. The viewer gets what
+nobody takes. Example:
+  kavrelctl keys list)");
+  AddConnectionOptions(*command, line.settings);
+  AddOutputOptions(*command, line.settings);
+  command->callback([&line] { line.action = [&line] { return RunKeysList(line.settings); }; });
+}
 
-void AddKeysCommand(CommandLine& line) {
-  CLI::App* const keys =
-      line.app.add_subcommand("keys", "Press keys of the viewer's remote control");
-  keys->group("Commands")->require_subcommand(1);
-  CLI::App* const command = keys->add_subcommand("send", "Send a key, and print who took it");
+void AddKeysSendCommand(CLI::App& keys, CommandLine& line) {
+  CLI::App* const command = keys.add_subcommand("send", "Send a key, and print who took it");
   command->footer(R"(Plug-ins come first, then the viewer. Examples:
   kavrelctl keys send XF86Red
   kavrelctl keys send XF86Red --release
@@ -152,6 +166,16 @@ void AddKeysCommand(CommandLine& line) {
     request->device = kavrel_programs::FindKeyDevice(*device).value();
     line.action = [&line, request] { return RunKeysSend(*request, line.settings); };
   });
+}
+
+}  // namespace
+
+void AddKeysCommand(CommandLine& line) {
+  CLI::App* const keys = line.app.add_subcommand(
+      "keys", "Press keys of the viewer's remote control, and list who owns them");
+  keys->group("Commands")->require_subcommand(1);
+  AddKeysSendCommand(*keys, line);
+  AddKeysListCommand(*keys, line);
 }
 
 void AddPluginsCommand(CommandLine& line) {

@@ -2,6 +2,8 @@
 
 #include <kavrel/state_properties.h>
 
+#include <algorithm>
+
 #include "method_names.h"
 #include "texts.h"
 
@@ -53,10 +55,24 @@ std::string Options(const CommandNode& node) {
   return text;
 }
 
-std::string Commands(const CommandNode& root) {
+// Options that are a command's own: "Options: --count N (end after so many lines)."
+std::string OwnOptions(const CommandNode& command, const CommandNode& root) {
   std::string text;
-  for (const CommandNode& command : root.commands) {
-    text += Item(Bold(command.usage), command.description + '.');
+  for (const CommandOption& option : command.options) {
+    const auto is_it = [&](const CommandOption& other) { return other.name == option.name; };
+    if (std::any_of(root.options.begin(), root.options.end(), is_it)) continue;
+    const std::string value = option.value.empty() ? "" : ' ' + option.value;
+    text += (text.empty() ? " Options: " : "; ") + option.name + value + ": " + option.description;
+  }
+  return text.empty() ? "" : text + '.';
+}
+
+std::string Commands(const CommandNode& commands, const CommandNode& root) {
+  std::string text;
+  for (const CommandNode& command : commands.commands) {
+    text += Item(Bold(command.usage), command.description + '.' + OwnOptions(command, root));
+    // The methods have a section of their own.
+    if (command.name != "call") text += Commands(command, root);
   }
   return text;
 }
@@ -109,7 +125,7 @@ std::string ManPage(const CommandNode& root) {
          "\nOptions may stand before and after a command that takes them.\n"
          "A value that begins with a dash and is no number goes behind a " +
          Bold("--") + ".\n" +  //
-         Section("COMMANDS") + Commands(root) + Section("OPTIONS") + Options(root) +
+         Section("COMMANDS") + Commands(root, root) + Section("OPTIONS") + Options(root) +
          Section("METHODS") + "What " + Bold("kavrelctl call") + " takes:\n" + Methods() +
          Section("PROPERTIES") + "What " + Bold("kavrelctl get") + ", " + Bold("set") + " and " +
          Bold("watch") + " take:\n" + Properties() +  //

@@ -112,12 +112,6 @@ double SecondsSince(gint64 begin) {
 
 }  // namespace
 
-double Player::PatienceSeconds() const {
-  const double seconds = EffectiveTimeoutSeconds(settings_);
-  constexpr double kNoLimit = 1e6;
-  return seconds > 0 ? seconds : kNoLimit;
-}
-
 std::string Player::LostText() const {
   return ViewerName(settings_) + " is lost: it ended the connection";
 }
@@ -186,7 +180,7 @@ StepOutcome Player::WaitUntilCarriedOut(const CallAction& call) {
   const auto is_carried_out = [&] {
     return IsLost() || std::any_of(calls_.begin(), calls_.end(), is_it);
   };
-  const bool in_time = WaitUntil({PatienceSeconds(), false}, is_carried_out);
+  const bool in_time = WaitUntil({PatienceSeconds(settings_), false}, is_carried_out);
   if (IsLost()) return Lost(LostText());
   if (in_time) return {};
   return Lost(ViewerName(settings_) + " has not carried it out within " + LimitText(settings_) +

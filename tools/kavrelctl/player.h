@@ -39,7 +39,6 @@ class Player {
   StepOutcome Do(const ScreenshotAction& screenshot);
   StepOutcome SendKey(const KeyAction& key, bool released);
   StepOutcome WaitUntilCarriedOut(const CallAction& call);
-  double PatienceSeconds() const;
   bool IsLost() const { return has_control_ && control_.IsLost(); }
   std::string LostText() const;
 

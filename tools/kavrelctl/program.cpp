@@ -10,6 +10,7 @@
 #include "command_line.h"
 #include "control_commands.h"
 #include "edit_distance.h"
+#include "health_commands.h"
 #include "log_tap.h"
 #include "method_commands.h"
 #include "output.h"
@@ -55,8 +56,11 @@ void Build(CommandLine& line) {
   AddBusCommand(line);
   AddRunCommand(line);
   AddRecordCommand(line);
+  AddStatusCommand(line);
+  AddDoctorCommand(line);
   AddCompletionCommand(line);
   AddManCommand(line);
+  AddCommandsCommand(line);
 }
 
 // The command that a mistake belongs to: the first that was left with words it does not know, else

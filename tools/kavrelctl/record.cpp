@@ -206,7 +206,7 @@ void Recorder::Look() {
   const auto answer = control_.Look();
   const auto* const last = std::get_if<unsigned>(&answer);
   if (last == nullptr) return;
-  WaitUntil({EffectiveTimeoutSeconds(settings_), false},
+  WaitUntil({PatienceSeconds(settings_), false},
             [&] { return control_.IsLost() || sequence_ >= *last; });
 }
 

@@ -21,10 +21,10 @@ struct RunArguments {
 
 int RunScenario(const RunArguments& arguments, const Settings& settings) {
   const auto loaded = LoadScenario(arguments.file);
-  if (const auto* mistake = std::get_if<std::string>(&loaded)) {
-    PrintError(*mistake);
-    if (settings.json) PrintJson({{"summary", true}, {"ok", false}, {"error", *mistake}});
-    return kUsage;
+  if (const auto* failure = std::get_if<LoadFailure>(&loaded)) {
+    PrintError(failure->message);
+    if (settings.json) PrintJson({{"summary", true}, {"ok", false}, {"error", failure->message}});
+    return failure->is_unreadable ? kFailed : kUsage;
   }
   const auto& scenario = std::get<Scenario>(loaded);
   SetInterruptText("before the first step of " + arguments.file);

@@ -44,15 +44,15 @@ std::string Read(const std::string& path, std::string& text) {
 
 }  // namespace
 
-std::variant<Scenario, std::string> LoadScenario(const std::string& file) {
+std::variant<Scenario, LoadFailure> LoadScenario(const std::string& file) {
   std::string text;
   const std::string failure = Read(file, text);
-  if (!failure.empty()) return "cannot read \"" + file + "\": " + failure;
+  if (!failure.empty()) return LoadFailure{"cannot read \"" + file + "\": " + failure, true};
   try {
     return ReadScenario(text);
   } catch (const TextMistake& mistake) {
     const std::string line = mistake.line > 0 ? ':' + std::to_string(mistake.line) : "";
-    return file + line + ": " + mistake.what();
+    return LoadFailure{file + line + ": " + mistake.what()};
   }
 }
 

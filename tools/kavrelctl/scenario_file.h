@@ -8,7 +8,11 @@
 
 namespace kavrelctl {
 
-/// The scenario, or what is wrong for people: "tune.yaml:12: step 3: ...".
-std::variant<Scenario, std::string> LoadScenario(const std::string& file);
+struct LoadFailure {
+  std::string message;         ///< "tune.yaml:12: step 3: ..."
+  bool is_unreadable = false;  ///< the file, whatever is in it
+};
+
+std::variant<Scenario, LoadFailure> LoadScenario(const std::string& file);
 
 }  // namespace kavrelctl

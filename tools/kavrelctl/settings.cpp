@@ -38,4 +38,10 @@ double EffectiveTimeoutSeconds(const Settings& settings) {
   return set != nullptr ? std::strtod(set, nullptr) / 1000 : kDefaultTimeoutSeconds;
 }
 
+double PatienceSeconds(const Settings& settings) {
+  const double seconds = EffectiveTimeoutSeconds(settings);
+  constexpr double kNoLimit = 1e6;
+  return seconds > 0 ? seconds : kNoLimit;
+}
+
 }  // namespace kavrelctl

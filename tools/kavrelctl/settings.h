@@ -24,4 +24,7 @@ void ApplyTimeout(const Settings& settings);
 /// How long a connect, a send or an answer may take; 0: no limit.
 double EffectiveTimeoutSeconds(const Settings& settings);
 
+/// The same for a loop that waits; without a limit longer than anybody waits.
+double PatienceSeconds(const Settings& settings);
+
 }  // namespace kavrelctl

@@ -24,6 +24,30 @@ int PrintCompletion(const std::string& name, const CommandNode& root) {
   return kUsage;
 }
 
+nlohmann::ordered_json CommandsJson(const CommandNode& root) {
+  nlohmann::ordered_json all = nlohmann::ordered_json::array();
+  for (const CommandNode* node : Flattened(root)) {
+    nlohmann::ordered_json options = nlohmann::ordered_json::array();
+    for (const CommandOption& option : node->options) {
+      options.push_back({{"name", option.name}, {"value", option.value}});
+    }
+    all.push_back({{"command", node->path},
+                   {"usage", node->usage},
+                   {"summary", node->description},
+                   {"is_group", !node->commands.empty()},
+                   {"options", options}});
+  }
+  return all;
+}
+
+std::string CommandsText(const CommandNode& root) {
+  std::string text;
+  for (const CommandNode* node : Flattened(root)) {
+    if (node->commands.empty()) text += node->usage + '\n';
+  }
+  return text;
+}
+
 }  // namespace
 
 void AddCompletionCommand(CommandLine& line) {
@@ -41,6 +65,22 @@ void AddCompletionCommand(CommandLine& line) {
   line.choices[option] = names;
   command->callback([&line, name] {
     line.action = [&line, name] { return PrintCompletion(*name, TreeOf(line)); };
+  });
+}
+
+void AddCommandsCommand(CommandLine& line) {
+  CLI::App* const command =
+      line.app.add_subcommand("commands", "List every command with what it takes");
+  command->group("Texts")->footer("Example:\n  kavrelctl commands --json");
+  command->add_flag("--json", line.settings.json, "Print for programs: one JSON array")
+      ->group("Output");
+  command->callback([&line] {
+    line.action = [&line] {
+      const CommandNode root = TreeOf(line);
+      const bool printed =
+          line.settings.json ? PrintJson(CommandsJson(root)) : Print(CommandsText(root));
+      return printed ? kDone : kFailed;
+    };
   });
 }
 

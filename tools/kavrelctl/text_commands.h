@@ -1,4 +1,4 @@
-// The commands "completion" and "man".
+// The commands "completion", "man" and "commands".
 #pragma once
 
 #include "command_line.h"
@@ -7,5 +7,6 @@ namespace kavrelctl {
 
 void AddCompletionCommand(CommandLine& line);
 void AddManCommand(CommandLine& line);
+void AddCommandsCommand(CommandLine& line);
 
 }  // namespace kavrelctl

@@ -111,14 +111,14 @@ TEST_F(Recording, TellsOfPluginsAndTheBusInComments) {
 TEST_F(Recording, EndsByItself) {
   const auto viewer = StartViewer();
   const auto counted = Record("count.yaml", {"--count", "2"});
-  Tool({"keys", "send", "XF86Red"});
-  Tool({"keys", "send", "XF86Green"});
+  Tool({"keys", "send", "XF86Launch9"});
+  Tool({"keys", "send", "XF86Launch8"});
   EXPECT_EQ(OutcomeOf(*counted).output, "2 steps\n");
   EXPECT_EQ(OutcomeOf(*Record("duration.yaml", {"--duration", "0.1"})).exit_code, 0);
   const auto json = Record("json.yaml", {"--json", "--count", "1"});
-  Tool({"keys", "send", "XF86Red"});
+  Tool({"keys", "send", "XF86Launch9"});
   EXPECT_EQ(OutcomeOf(*json).output,
-            "{\"key\":\"XF86Red\",\"action\":\"press\"}\n"
+            "{\"key\":\"XF86Launch9\",\"action\":\"press\"}\n"
             "{\"summary\":true,\"file\":\"" +
                 directory_.Path("json.yaml") + "\",\"steps\":1,\"ok\":true}\n");
 }
@@ -132,12 +132,12 @@ TEST_F(Recording, SaysWhyItCannot) {
   EXPECT_EQ(nowhere.exit_code, 1);
   EXPECT_THAT(nowhere.errors, StartsWith("kavrelctl: cannot write \"/proc/no/such.yaml\": "));
   const auto recorder = Record("lost.yaml");
-  Tool({"keys", "send", "XF86Red"});
+  Tool({"keys", "send", "XF86Launch9"});
   viewer->Kill();
   const Outcome lost = OutcomeOf(*recorder);
   EXPECT_EQ(lost.exit_code, 1);
   EXPECT_THAT(lost.errors, HasSubstr("is lost: it ended the connection\n"));
-  EXPECT_THAT(Lines("lost.yaml", "- "), ElementsAre("- {key: XF86Red, action: press}"));
+  EXPECT_THAT(Lines("lost.yaml", "- "), ElementsAre("- {key: XF86Launch9, action: press}"));
 }
 
 }  // namespace

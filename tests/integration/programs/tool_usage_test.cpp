@@ -251,7 +251,7 @@ complete_words call get-window-size --j
   const Outcome outcome = Script(complete);
   EXPECT_EQ(outcome.errors, "");
   EXPECT_EQ(outcome.output,
-            "call completion\n"
+            "call completion commands\n"
             "tune-channel-main tune-channel-major tune-channel-pip\n"
             "svc-id-tune\n"
             "\n"

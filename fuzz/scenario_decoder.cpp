@@ -1,4 +1,4 @@
-#include "scenario_text.h"
+#include "scenario_decoder.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -24,7 +24,7 @@ void Check(bool holds) {
 
 }  // namespace
 
-bool ReadAsScenario(const std::uint8_t* data, std::size_t size) {
+bool DecodeScenario(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   try {
     const Scenario scenario = kavrelctl::ReadScenario(text);

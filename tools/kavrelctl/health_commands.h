@@ -1,0 +1,11 @@
+// The commands "status" and "doctor".
+#pragma once
+
+#include "command_line.h"
+
+namespace kavrelctl {
+
+void AddStatusCommand(CommandLine& line);
+void AddDoctorCommand(CommandLine& line);
+
+}  // namespace kavrelctl
