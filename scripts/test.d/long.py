@@ -43,7 +43,7 @@ def long_tests(build, wanted):
         command = test.get("command", [])
         is_case = any(word.startswith("--gtest_filter=") for word in command)
         if is_case and wanted.search(test["name"]) and repeats_faults(command[0]):
-            yield test["name"], command, environment_of(test)
+            yield test["name"].partition("  #")[0], command, environment_of(test)
 
 
 def times_injected(report):
