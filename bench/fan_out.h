@@ -1,6 +1,7 @@
 // Some processes that wait for something, and how long it takes to wake all of them.
 #pragma once
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/mman.h>
 
@@ -59,14 +60,14 @@ class FanOut {
     munmap(shared_, sizeof(Shared));
   }
 
-  /// Microseconds from the wake-up's begin to the last watcher; `waking` to its return.
+  /// Microseconds from the wake-up's begin to the last watcher; `waking` to its return. Throws
+  /// std::runtime_error when a watcher is never woken.
   double Once(double* waking = nullptr) {
     shared_->called = 0;
     const Clock::rep start = Now();
     wake_();
     const Clock::rep returned = Now();
-    eventfd_t count = 0;
-    eventfd_read(done_, &count);
+    AwaitAll();
     if (waking != nullptr) *waking = static_cast<double>(returned - start) / 1000;
     return static_cast<double>(shared_->last - start) / 1000;
   }
@@ -98,6 +99,14 @@ class FanOut {
       if (shared_->failed) throw std::runtime_error("a watcher cannot watch");
       usleep(1000);
     }
+  }
+
+  void AwaitAll() const {
+    constexpr int kLimitMs = 3000;
+    pollfd all{done_, POLLIN, 0};
+    if (poll(&all, 1, kLimitMs) != 1) throw std::runtime_error("a watcher was never told");
+    eventfd_t count = 0;
+    eventfd_read(done_, &count);
   }
 
   void Called() {

@@ -14,13 +14,18 @@ namespace {
 void MeasureInTurns(std::vector<Row>& rows, int rounds) {
   constexpr int kQuickRounds = 3;
   const int wanted = Quick() ? std::min(rounds, kQuickRounds) : rounds;
+  for (Row& row : rows) {
+    if (!row.missing.empty()) row.measure = nullptr;
+  }
   for (int round = 0; round < wanted; ++round) {
     for (Row& row : rows) {
-      if (!row.missing.empty()) continue;
+      if (row.measure == nullptr) continue;
       try {
         row.measure(row);
       } catch (const std::exception& error) {
-        row.missing = error.what();
+        std::fprintf(stderr, "%s: %s\n", row.name.c_str(), error.what());
+        if (row.p50.empty()) row.missing = error.what();
+        row.measure = nullptr;
       }
     }
   }

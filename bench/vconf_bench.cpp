@@ -91,7 +91,12 @@ void MeasureAside(Row& row, const std::function<void(Row&)>& measure) {
   {
     const Child child([&] {
       Row mine;
-      measure(mine);
+      try {
+        measure(mine);
+      } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return;
+      }
       *result = {mine.p50.back(), mine.p99.back(), true};
     });
     siginfo_t ended{};

@@ -39,7 +39,7 @@ constexpr double kWarmUpSeconds = 0.4;
 constexpr char kSocket[] = "kavrel-compositor";
 constexpr std::uint32_t kHalfTransparent = 0x80000000, kOpaque = 0xff000000;
 constexpr std::uint32_t kNumberMask = 0x3f3f3f;  // below half of each channel, as premultiplied
-constexpr std::size_t kNumbers = 64;
+constexpr std::uint32_t kNumbers = 64;
 
 double Now() {
   return std::chrono::duration<double>(Clock::now().time_since_epoch()).count();
