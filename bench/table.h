@@ -36,8 +36,8 @@ void AddSamples(Row& row, std::vector<double>& samples);
 
 /// Measures all rows in turns, so that whatever else the machine does hits all of them alike, and
 /// prints medians over the rounds (microseconds) beside their ratio to the first row, the
-/// reference. A row that throws is said to be missing, and why. Three rounds when it has to be
-/// quick.
+/// reference. A row that throws is measured no more; one that never gave a figure is said to be
+/// missing, and why. Three rounds when it has to be quick.
 void RunLatencyTable(const std::string& title, std::vector<Row> rows, int rounds);
 
 /// The same for rates: one value a round in `p50`, a second.
