@@ -4,6 +4,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <systemd/sd-bus.h>
 #include <vector>
 
@@ -52,14 +53,15 @@ class SdBusEnd {
         SD_BUS_METHOD("Send", "a(ss)", "b", &SdBusEnd::Ignore, SD_BUS_VTABLE_UNPRIVILEGED),
         SD_BUS_VTABLE_END};
     sd_bus_slot* slot = nullptr;
-    Keep(sd_bus_add_object_vtable(bus_, &slot, path_.c_str(), "org.zarnet.bare.DbusCommunication",
-                                  kTable, this),
-         slot);
+    const int result = sd_bus_add_object_vtable(bus_, &slot, path_.c_str(),
+                                                "org.zarnet.bare.DbusCommunication", kTable, this);
+    Keep(result, slot);
   }
 
   void Match(const std::string& rule, Callback callback) {
     sd_bus_slot* slot = nullptr;
-    Keep(sd_bus_add_match_async(bus_, &slot, rule.c_str(), callback, nullptr, this), slot);
+    const int result = sd_bus_add_match_async(bus_, &slot, rule.c_str(), callback, nullptr, this);
+    Keep(result, slot);
   }
 
   static std::string OwnerChangesOf(const std::string& name) {
@@ -85,7 +87,7 @@ class SdBusEnd {
     const char* name = nullptr;
     const char* before = nullptr;
     const char* after = nullptr;
-    if (sd_bus_message_read(change, "sss", &name, &before, &after) < 0) return nullptr;
+    if (sd_bus_message_read(change, "sss", &name, &before, &after) <= 0) return nullptr;
     const std::string_view self = self_;
     return *after == '\0' && self != before ? before : nullptr;
   }
@@ -96,10 +98,10 @@ class SdBusEnd {
     taken_on_ = true;
     Match(OwnerChangesOf(who), &SdBusEnd::Ignore);
     sd_bus_slot* slot = nullptr;
-    Keep(sd_bus_call_method_async(bus_, &slot, "org.freedesktop.DBus", "/org/freedesktop/DBus",
-                                  "org.freedesktop.DBus", "GetNameOwner", &SdBusEnd::Ignore, this,
-                                  "s", who),
-         slot);
+    const int result = sd_bus_call_method_async(bus_, &slot, "org.freedesktop.DBus",
+                                                "/org/freedesktop/DBus", "org.freedesktop.DBus",
+                                                "GetNameOwner", &SdBusEnd::Ignore, this, "s", who);
+    Keep(result, slot);
     Match("type='signal',sender='" + std::string(who) + "',path='" + path_ + "'",
           &SdBusEnd::Ignore);
     return true;
