@@ -72,8 +72,12 @@ class FanOut {
     return static_cast<double>(shared_->last - start) / 1000;
   }
 
-  /// Waits until every watcher has slept again after the last round.
-  void Settle() const { usleep(1000 + static_cast<unsigned>(watchers_) * 60); }
+  /// Waits until every watcher has slept again after the last round, and, where there are many,
+  /// until who woke them has rested.
+  void Settle() const {
+    const auto watchers = static_cast<unsigned>(watchers_);
+    usleep(watchers < 4 ? watchers * 20 : 1000 + watchers * 60);
+  }
 
   /// What all watchers have used so far.
   std::vector<pid_t> processes() const {

@@ -26,7 +26,7 @@ FAMILIES = ["command", "state", "plugin", "window", "loading", "log"]
 # The programs and libraries that are measured beside this project, as Debian calls them.
 PACKAGES = ["libglib2.0-0", "libsystemd0", "dbus-daemon", "libgrpc++1.51", "libcapnp-0.9.2", "liblmdb0",
             "libsqlite3-0", "redis-server", "dconf-service", "weston", "libefl-all-dev"]
-FLAT = 1.5  # a cost is flat when its largest figure is at most so many times its smallest
+FLAT = 1.5  # a cost is flat when no figure is more than so many times the first
 STRAIGHT = 0.3  # and straight when no figure is further from the line than this part of itself
 
 
@@ -157,19 +157,19 @@ def limit_cells(result):
 # ---- Growth
 
 
-def growth_of(rows):
-    """(table, row) -> [(size, p50)] of what grows."""
+def growth_of(rows, figure="p50"):
+    """(family, table, row, kind) -> [(size, figure)] of what grows."""
     lines = collections.OrderedDict()
     for (family, table, name, size), row in rows.items():
-        if size is not None and row.get("p50"):
-            lines.setdefault((family, table, name, row["kind"]), []).append((size, row["p50"]))
+        if size is not None and row.get(figure):
+            lines.setdefault((family, table, name, row["kind"]), []).append((size, row[figure]))
     return {key: sorted(points) for key, points in lines.items() if len(points) > 2}
 
 
 def shape_of(points):
     """flat, straight, or neither."""
     costs = [cost for _, cost in points]
-    if max(costs) <= FLAT * min(costs):
+    if max(costs) <= FLAT * costs[0]:
         return "flat"
     # The line through the first and the last point is the one that matters: what the next one costs.
     (first_size, first_cost), (last_size, last_cost) = points[0], points[-1]
@@ -253,7 +253,7 @@ def plot_family(family, tables, growth, output):
     figure, axes = plt.subplots(len(panels), 1, figsize=(9, sum(heights) + 0.7 * len(panels)), squeeze=False,
                                 gridspec_kw={"height_ratios": heights})
     for axis, (table, rows) in zip(axes[:, 0], panels):
-        lines = [(key, points) for key, points in growth.items() if key[:2] == (family, table)]
+        lines = [(key, points) for key, points in growth["p50"].items() if key[:2] == (family, table)]
         if lines:
             plot_lines(axis, table, lines)
         else:
@@ -265,11 +265,13 @@ def plot_family(family, tables, growth, output):
 
 
 def growth_cells(growth, explanations):
+    """What becomes of each cost: judged by processor time, which moves least, where it is known."""
     lines = []
-    for (_, table, name, kind), points in growth.items():
+    for key, points in growth["p50"].items():
+        _, table, name, kind = key
         if kind != "ours":
             continue
-        shape = shape_of(points)
+        shape = shape_of(growth["processor"].get(key, points))
         why = explanations.get(table, "") if not shape.startswith(("flat", "straight")) else ""
         figures = ", ".join(f"{size:.0f}: {number(cost)}" for size, cost in points)
         lines.append([f"{table}: {name}", shape, figures, why])
@@ -327,7 +329,7 @@ def main():
     second = read_rows(arguments.runs[1]) if len(arguments.runs) > 1 else {}
     tables = tables_of(first)
     limits = Limits(arguments.limits, first)
-    growth = growth_of(first)
+    growth = {figure: growth_of(first, figure) for figure in ("p50", "processor")}
     print_report(tables, second, limits, growth)
     if arguments.output:
         families = sorted({family for (family, _), _ in tables})
