@@ -18,7 +18,9 @@ import sys
 import matplotlib
 
 matplotlib.use("svg")
+matplotlib.rcParams.update({"svg.fonttype": "none", "svg.hashsalt": "kavrel"})  # text stays text, names stay
 import matplotlib.pyplot as plt  # noqa: E402  (the backend comes first)
+from matplotlib import ticker  # noqa: E402
 
 KINDS = {"ours": "", "limit": "limit", "peer": "peer"}
 COLOURS = {"ours": "#1f5fa8", "limit": "#9a9a9a", "peer": "#d08a2e"}
@@ -222,20 +224,24 @@ def machine():
 
 def plot_bars(axis, table, rows):
     shown = [row for row in rows if row.get("p50")]
-    axis.barh([title_of(row) for row in shown], [row["p50"] for row in shown],
-              color=[COLOURS[row["kind"]] for row in shown])
+    figures = [row["p50"] for row in shown]
+    bars = axis.barh([title_of(row) for row in shown], figures, color=[COLOURS[row["kind"]] for row in shown])
+    axis.bar_label(bars, labels=[number(figure) for figure in figures], fontsize=6, padding=2)
     axis.invert_yaxis()
     axis.set_xscale("log")
+    axis.set_xlim(min(figures) / 3, max(figures) * 2)
+    axis.xaxis.set_minor_formatter(ticker.NullFormatter())
     axis.set_title(table, fontsize=9, loc="left")
     axis.set_xlabel(shown[0]["unit"] if shown else "", fontsize=7)
     axis.tick_params(labelsize=7)
 
 
 def plot_lines(axis, table, lines):
+    styles = collections.defaultdict(lambda: iter(["-o", "--s", ":^", "-.v"]))
     for (_, _, name, kind), points in lines:
         sizes, costs = zip(*points)
-        axis.plot(sizes, costs, marker="o", label=name, linewidth=2 if kind == "ours" else 1,
-                  color=COLOURS["ours"] if kind == "ours" else None)
+        axis.plot(sizes, costs, next(styles[kind]), label=name, linewidth=2 if kind == "ours" else 1,
+                  color=COLOURS[kind], markersize=4)
     axis.set_xscale("log")
     axis.set_yscale("log")
     axis.set_title(table, fontsize=9, loc="left")
