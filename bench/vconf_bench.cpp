@@ -357,9 +357,9 @@ void RunOnAllCores() {
 void BenchFanOut(const World& world) {
   RunOnAllCores();
   RunFanOut(world, "set to the last callback of 10, all cores", {10, 100});
-  RunFanOut(world, "set to the last callback of 100, all cores", {100, 40});
+  RunFanOut(world, "set to the last callback of 100, all cores", {100, 25});
   RunFanOut(world, "set to the last callback of 10, one core", {10, 100, 0, 0});
-  RunFanOut(world, "set to the last callback of 100, one core", {100, 40, 0, 0});
+  RunFanOut(world, "set to the last callback of 100, one core", {100, 25, 0, 0});
   RunOnAllCores();
 }
 
@@ -434,9 +434,9 @@ void BenchBurst(const World& /*world*/) {
     FanOut fan_out(watchers, FanOut::kAnyProcessor, VconfWakeUp());
     RunLatencyTable("volatile set, " + std::to_string(watchers) + " watching processes",
                     {{"at full speed", SetAtFullSpeed},
-                     {"10,000 a second", SetAtIntervals(std::chrono::microseconds(100), 5000)},
-                     {"1,000 a second", SetAtIntervals(std::chrono::microseconds(1000), 500)},
-                     {"100 a second", SetAtIntervals(std::chrono::microseconds(10000), 50)}},
+                     {"10,000 a second", SetAtIntervals(std::chrono::microseconds(100), 1000)},
+                     {"1,000 a second", SetAtIntervals(std::chrono::microseconds(1000), 200)},
+                     {"100 a second", SetAtIntervals(std::chrono::microseconds(10000), 15)}},
                     kRounds);
   }
 }

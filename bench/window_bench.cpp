@@ -3,7 +3,7 @@
 // the same clients: processor time of a frame, and the time from a client's commit to its pixels in
 // the program's picture.
 //
-//   window_bench [SECONDS]   of each measurement of each round (0.8)
+//   window_bench [SECONDS]   of each measurement of each round (0.6)
 #include <Ecore.h>
 #include <Ecore_Evas.h>
 #include <pepper-efl.h>
@@ -35,7 +35,7 @@ constexpr std::size_t kPixels = std::size_t{kWidth} * kHeight;
 constexpr int kRounds = 7;
 constexpr int kMostWindows = 4;
 constexpr double kFramesPerSecond = 60;
-constexpr double kWarmUpSeconds = 0.4;
+constexpr double kWarmUpSeconds = 0.3;
 constexpr char kSocket[] = "kavrel-compositor";
 constexpr std::uint32_t kHalfTransparent = 0x80000000, kOpaque = 0xff000000;
 constexpr std::uint32_t kNumberMask = 0x3f3f3f;  // below half of each channel, as premultiplied
@@ -486,7 +486,7 @@ int main(int argc, char** argv) {
   setenv("EINA_LOG_LEVEL", "0", 1);
   shared = static_cast<Shared*>(
       mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  std::vector<Measurement> rows = Rows(argc > 1 ? std::atof(argv[1]) : 0.8);
+  std::vector<Measurement> rows = Rows(argc > 1 ? std::atof(argv[1]) : 0.6);
   for (int round = 0; round < (kavrel_bench::Quick() ? 3 : kRounds); ++round) {
     for (Measurement& row : rows) RunOnce(row);
   }
