@@ -46,6 +46,10 @@ class RaisedEvents {
   std::map<std::string, UniqueFd> files_;
 };
 
+// As the library is loaded: a child forked while another thread raises the first event would wait
+// for it for ever.
+[[maybe_unused]] const RaisedEvents& from_the_start = RaisedEvents::Instance();
+
 void LogOccupied(const EventPlaces& places, int error) {
   dlog_print(DLOG_WARN, "LWIPC",
              "event %s cannot be raised at its path (%s); raised as %s/%s, where only this user's "

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <system_error>
 
 #include "guard.h"
@@ -19,6 +20,7 @@ constexpr std::uint64_t kIdleTurns = 1024;
 }  // namespace
 
 Poller::Poller() : epoll_(OwnedFd::Open([] { return ::epoll_create1(EPOLL_CLOEXEC); })) {
+  if (!epoll_ && errno == ENOMEM) throw std::bad_alloc();
   if (!epoll_) throw std::system_error(errno, std::generic_category(), "epoll_create1");
 }
 

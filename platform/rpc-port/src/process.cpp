@@ -42,12 +42,16 @@ void AfterForkInChild() {
   TheDescriptors().mutex.unlock();
 }
 
+// As the library is loaded: a child forked while another thread does something for the first time
+// would wait for it for ever.
+[[maybe_unused]] const int watches_forks = [] {
+  TheDescriptors();
+  return ::pthread_atfork(&BeforeFork, &AfterForkInParent, &AfterForkInChild);
+}();
+
 }  // namespace
 
 void LockDescriptors() {
-  static const int registered =
-      ::pthread_atfork(&BeforeFork, &AfterForkInParent, &AfterForkInChild);
-  static_cast<void>(registered);
   TheDescriptors().mutex.lock();
 }
 

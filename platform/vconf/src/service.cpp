@@ -13,11 +13,13 @@ std::atomic<Service*> g_service;
 
 }  // namespace
 
+// As the library is loaded: a child forked while another thread does something for the first time
+// would wait for it for ever.
+const int Service::watches_forks_ = ::pthread_atfork(nullptr, nullptr, &AfterForkInChild);
+
 Service& Service::Instance() {
   Service* service = g_service.load(std::memory_order_acquire);
   if (service != nullptr) return *service;
-  static const int watching_forks = ::pthread_atfork(nullptr, nullptr, &AfterForkInChild);
-  static_cast<void>(watching_forks);
   auto* made = new Service;
   if (g_service.compare_exchange_strong(service, made, std::memory_order_acq_rel)) return *made;
   delete made;  // another thread was first

@@ -26,6 +26,7 @@ class Service {
   Service() : memory_(Family::kMemory), durable_(Family::kDurable), registry_(this) {}
   static void AfterForkInChild();
 
+  static const int watches_forks_;
   Store memory_;
   Store durable_;
   Registry registry_;
