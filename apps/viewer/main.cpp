@@ -40,6 +40,7 @@
 #include "state_publisher.h"
 #include "system_bus.h"
 #include "television.h"
+#include "toolkit_log.h"
 #include "window.h"
 
 namespace viewer {
@@ -148,6 +149,7 @@ int Serve(const Options& options) {
 
 int Main(int argc, char** argv) {
   kavrel_programs::ProtectStandardStreams();
+  LogForToolkit();
   const auto parsed = ParseOptions(argc, argv);
   if (const int* exit_code = std::get_if<int>(&parsed)) return *exit_code;
   const Options& options = std::get<Options>(parsed);
