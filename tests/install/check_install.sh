@@ -47,7 +47,8 @@ with_pkg_config viewer_skeleton c++ main.cpp kavrel-api glib-2.0
 with_pkg_config client_test c++ client_test.cpp kavrel-testing kavrel-api gtest_main
 
 mkdir "$work/cmake"
-for example in "$source"/examples/*/; do
+for example in "$source"/examples/*/CMakeLists.txt; do
+  example=${example%CMakeLists.txt}
   name=$(basename "$example")
   if ! { "$cmake" -S "$example" -B "$work/$name" -DCMAKE_PREFIX_PATH="$prefix" \
     -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_STANDARD=17 \

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <nlohmann/json.hpp>
 
 #include "interrupt.h"
 #include "output.h"
@@ -55,7 +56,7 @@ bool PlayReport::End(std::size_t step, const StepOutcome& outcome, double second
                          {"text", at.text},
                          {"ok", outcome.holds},
                          {"seconds", seconds}};
-    if (!outcome.answer.is_null()) line["answer"] = outcome.answer;
+    if (!outcome.answer.empty()) line["answer"] = ordered_json::parse(outcome.answer);
     if (!outcome.expected.empty()) line["expected"] = outcome.expected;
     if (!outcome.holds && outcome.failure.empty()) line["seen"] = outcome.seen;
     if (!outcome.failure.empty()) line["error"] = outcome.failure;

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstddef>
-#include <nlohmann/json.hpp>
 #include <string>
 
 #include "scenario.h"
@@ -15,8 +14,8 @@ struct StepOutcome {
   bool lost = false;  ///< nothing more can be played
   std::string expected;
   std::string seen;
-  std::string failure;            ///< instead of expected and seen
-  nlohmann::ordered_json answer;  ///< of a call, null: none
+  std::string failure;  ///< instead of expected and seen
+  std::string answer;   ///< of a call, as JSON; empty: none
 };
 
 /// One thread.

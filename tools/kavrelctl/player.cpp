@@ -66,7 +66,7 @@ ordered_json ArgumentsJson(const MethodInfo& method, const std::vector<Argument>
 
 StepOutcome Compare(const ordered_json& expected, const ordered_json& answer, bool refused) {
   StepOutcome outcome;
-  outcome.answer = answer;
+  if (!answer.is_null()) outcome.answer = answer.dump();
   if (expected.is_null()) {
     outcome.holds = !refused;
     if (refused)

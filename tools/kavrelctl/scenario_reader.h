@@ -8,7 +8,7 @@
 
 namespace kavrelctl {
 
-inline constexpr std::size_t kLargestScenario = 1024 * 1024;
+inline constexpr std::size_t kLargestScenario = std::size_t{1024} * 1024;
 inline constexpr std::size_t kMostSteps = 10'000;
 
 /// Throws TextMistake for the first mistake: the step, the value and what is allowed.
