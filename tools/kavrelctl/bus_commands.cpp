@@ -1,7 +1,5 @@
 #include "bus_commands.h"
 
-#include <ready_fd.h>
-
 #include <memory>
 
 #include "bus_monitor.h"
@@ -18,14 +16,7 @@ host/plug-in, who, what. A bus lets only root and its own user watch. Examples:
   kavrelctl bus --json
   DBUS_SYSTEM_BUS_ADDRESS=unix:path=/run/my-bus kavrelctl bus)");
   const auto arguments = std::make_shared<BusArguments>();
-  command->add_option("--count", arguments->count, "End after so many lines")
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
-  command
-      ->add_option("--ready-fd", arguments->ready_fd,
-                   "Write a newline to this descriptor and close it as soon as nothing is missed")
-      ->type_name("FD")
-      ->check(Check(&kavrel_programs::ReadyFdMistake));
+  AddFollowOptions(*command, "lines", arguments->count, arguments->ready_fd);
   AddOutputOptions(*command, line.settings);
   command->callback([&line, arguments] {
     line.action = [&line, arguments] {

@@ -9,11 +9,6 @@
 namespace kavrelctl {
 namespace {
 
-struct UnrefMessage {
-  void operator()(GDBusMessage* message) const { g_object_unref(message); }
-};
-using OwnedMessage = std::unique_ptr<GDBusMessage, UnrefMessage>;
-
 // What the bus hands over faster than it is delivered is dropped beyond this, and counted.
 constexpr std::size_t kLongestQueue = 10'000;
 
@@ -41,7 +36,7 @@ class BusTap {
   }
 
   struct Batch {
-    std::deque<OwnedMessage> messages;
+    std::deque<Owned<GDBusMessage>> messages;
     std::size_t missed = 0;
   };
   /// What has come since the last time. Main thread.
@@ -63,11 +58,11 @@ class BusTap {
                     g_dbus_message_get_message_type(message) == G_DBUS_MESSAGE_TYPE_METHOD_RETURN;
       return message;
     }
-    Keep(OwnedMessage(message));
+    Keep(Owned<GDBusMessage>(message));
     return nullptr;
   }
 
-  void Keep(OwnedMessage message) {
+  void Keep(Owned<GDBusMessage> message) {
     {
       const std::lock_guard lock(mutex_);
       if (batch_.messages.size() == kLongestQueue) {
@@ -157,8 +152,7 @@ std::string BusWatch::Connect() {
   return {};
 }
 
-BusWatch::Owned<GVariant> BusWatch::CallBus(const char* interface, const char* method,
-                                            GVariant* arguments) {
+Owned<GVariant> BusWatch::CallBus(const char* interface, const char* method, GVariant* arguments) {
   GError* error = nullptr;
   Owned<GVariant> reply(g_dbus_connection_call_sync(
       connection_.get(), kBus, kBusPath, interface, method, arguments, nullptr,

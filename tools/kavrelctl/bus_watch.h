@@ -1,13 +1,12 @@
 // The traffic between hosts and plug-ins, as a monitor of the system bus sees it.
 #pragma once
 
-#include <gio/gio.h>
-
 #include <functional>
 #include <memory>
 #include <string>
 
 #include "bus_traffic.h"
+#include "gio_owned.h"
 
 namespace kavrelctl {
 
@@ -35,14 +34,6 @@ class BusWatch {
   bool IsLost() const { return lost_; }
 
  private:
-  struct Unref {
-    void operator()(void* object) const { g_object_unref(object); }
-    void operator()(GVariant* variant) const { g_variant_unref(variant); }
-    void operator()(GError* error) const { g_error_free(error); }
-  };
-  template <class T>
-  using Owned = std::unique_ptr<T, Unref>;
-
   /// An asynchronous call of GIO that is waited for.
   struct Waiting {
     Owned<GAsyncResult> result;

@@ -1,6 +1,7 @@
 #include "command_line.h"
 
 #include <app_id.h>
+#include <ready_fd.h>
 
 namespace kavrelctl {
 namespace {
@@ -54,6 +55,18 @@ void AddOutputOptions(CLI::App& command, Settings& settings) {
       ->group("Output");
   command.add_flag("--verbose", settings.verbose, "Show log lines on standard error")
       ->group("Output");
+}
+
+void AddFollowOptions(CLI::App& command, const std::string& things, std::optional<unsigned>& count,
+                      std::optional<int>& ready_fd) {
+  command.add_option("--count", count, "End after so many " + things)
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
+  command
+      .add_option("--ready-fd", ready_fd,
+                  "Write a newline to this descriptor and close it as soon as nothing is missed")
+      ->type_name("FD")
+      ->check(Check(&kavrel_programs::ReadyFdMistake));
 }
 
 std::string PathOf(const CLI::App& command) {

@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,10 @@ struct CommandLine {
 void AddConnectionOptions(CLI::App& command, Settings& settings);
 /// Options of commands that print answers: --json, --verbose.
 void AddOutputOptions(CLI::App& command, Settings& settings);
+
+/// Options of commands that follow something: --count (of `things`), --ready-fd.
+void AddFollowOptions(CLI::App& command, const std::string& things, std::optional<unsigned>& count,
+                      std::optional<int>& ready_fd);
 
 /// A CLI11 check from a function that tells what is wrong with a text.
 template <class MistakeOf>

@@ -1,22 +1,14 @@
 // The system bus, and whether this user may meet plug-ins on it.
-#include <gio/gio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <memory>
 
 #include "doctor.h"
+#include "gio_owned.h"
 
 namespace kavrelctl {
 namespace {
-
-struct Unref {
-  void operator()(void* object) const { g_object_unref(object); }
-  void operator()(GVariant* variant) const { g_variant_unref(variant); }
-  void operator()(GError* error) const { g_error_free(error); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, Unref>;
 
 constexpr const char* kPolicyName = "org.zarnet.kavrel.conf";
 constexpr const char* kPolicyPlaces[] = {"/usr/share/dbus-1/system.d/", "/etc/dbus-1/system.d/"};

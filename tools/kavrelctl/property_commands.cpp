@@ -1,7 +1,5 @@
 #include "property_commands.h"
 
-#include <ready_fd.h>
-
 #include <memory>
 
 #include "output.h"
@@ -171,14 +169,7 @@ void AddWatchCommand(CommandLine& line) {
   for (const PropertyInfo& property : kProperties) {
     if (property.IsWatchable()) line.choices[names].push_back(property.name);
   }
-  command->add_option("--count", arguments->count, "End after so many changes")
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
-  command
-      ->add_option("--ready-fd", arguments->ready_fd,
-                   "Write a newline to this descriptor and close it as soon as no change is missed")
-      ->type_name("FD")
-      ->check(Check(&kavrel_programs::ReadyFdMistake));
+  AddFollowOptions(*command, "changes", arguments->count, arguments->ready_fd);
   AddOutputOptions(*command, line.settings);
   command->callback([&line, arguments] {
     line.action = [&line, arguments] { return RunWatch(*arguments, line.settings.json); };

@@ -1,7 +1,5 @@
 #include "scenario_commands.h"
 
-#include <ready_fd.h>
-
 #include <memory>
 
 #include "interrupt.h"
@@ -79,14 +77,7 @@ after each step. Example:
   command->add_option("--duration", arguments->duration_seconds, "End after so many seconds")
       ->type_name("SECONDS")
       ->check(Check(&DurationMistake));
-  command->add_option("--count", arguments->count, "End after so many steps")
-      ->type_name("N")
-      ->check(CLI::PositiveNumber);
-  command
-      ->add_option("--ready-fd", arguments->ready_fd,
-                   "Write a newline to this descriptor and close it as soon as nothing is missed")
-      ->type_name("FD")
-      ->check(Check(&kavrel_programs::ReadyFdMistake));
+  AddFollowOptions(*command, "steps", arguments->count, arguments->ready_fd);
   AddConnectionOptions(*command, line.settings);
   AddOutputOptions(*command, line.settings);
   command->callback([&line, arguments] {
