@@ -16,7 +16,7 @@
 #include <atomic>
 #include <string>
 
-#include "legacy/ChannelLog.h"
+#include "ChannelLog.h"
 
 namespace {
 
