@@ -43,8 +43,6 @@ class Journal {
   /// The viewer has published a value under that key.
   void Published(const char* key) { published_.insert(key); }
 
-  unsigned sequence() const { return sequence_; }
-
  private:
   using Values = std::map<std::string, nlohmann::ordered_json>;
 

@@ -160,6 +160,7 @@ void PluginHost::TellState() {
 // offered to nobody.
 void PluginHost::KeepKeys() {
   const std::set<std::string> wanted = television_.kept_keys();
+  if (wanted == kept_keys_) return;
   for (const std::string& key : kept_keys_) {
     if (!wanted.contains(key)) host_->ProcessUnregisteredExclusiveKey(key, kHostName);
   }

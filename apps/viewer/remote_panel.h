@@ -4,7 +4,6 @@
 #include <Evas.h>
 
 #include <array>
-#include <memory>
 #include <string>
 
 #include "drawing.h"

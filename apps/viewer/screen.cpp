@@ -12,11 +12,13 @@ Screen::Screen(const Window& window, Television& television)
       picture_(window, kPictureLayer),
       banners_(window, kBannerLayer),
       calls_(window, kBannerLayer) {
-  television.AddListener([this](const Change& /*change*/) {
+  television.AddListener([this](const Change& change) {
+    // Neither changes what is seen; the list of calls is drawn by itself.
+    if (change.aspect == Aspect::kRefusal || change.aspect == Aspect::kCommand) return;
     television_changed_ = true;
     DrawSoon();
   });
-  DrawAll(this);
+  DrawChanges(this);
 }
 
 Screen::~Screen() {
@@ -37,16 +39,16 @@ void Screen::Invalidate() {
 }
 
 void Screen::DrawSoon() {
-  if (job_ == nullptr) job_ = ecore_job_add(&Screen::DrawAll, this);
+  if (job_ == nullptr) job_ = ecore_job_add(&Screen::DrawChanges, this);
 }
 
 void Screen::Draw() {
   if (job_ == nullptr) return;
   ecore_job_del(job_);
-  DrawAll(this);
+  DrawChanges(this);
 }
 
-void Screen::DrawAll(void* self) {
+void Screen::DrawChanges(void* self) {
   auto& screen = *static_cast<Screen*>(self);
   screen.job_ = nullptr;
   try {

@@ -35,7 +35,7 @@ class Screen {
   void Draw();
 
  private:
-  static void DrawAll(void* self);
+  static void DrawChanges(void* self);
 
   void DrawSoon();
   void DrawTelevision();

@@ -13,10 +13,9 @@ namespace kavrel {
 
 /// From now on, whenever EFL's main loop runs, it serves GLib's default context too. Does nothing
 /// when the loop's select() was replaced before: by EFL's own GLib support, by the program, or by
-/// an earlier call; and in a program that has not
-/// loaded EFL. EFL need not be initialised, and the replacement
-/// outlives its shutdown. A program that runs GLib's loop instead is not affected. Main loop's
-/// thread, or while it does not run.
+/// an earlier call; and in a program that has not loaded EFL. EFL need not be initialised, and the
+/// replacement outlives its shutdown. A program that runs GLib's loop instead is not affected. Main
+/// loop's thread, or while it does not run.
 void ServeGlibInEflLoop();
 
 }  // namespace kavrel

@@ -1,5 +1,6 @@
 #include <kavrel/testing.h>
 
+#include <algorithm>
 #include <csignal>
 #include <nlohmann/json.hpp>
 #include <stdexcept>

@@ -55,6 +55,7 @@ constexpr std::array kScreenParts = {
     "window_size",
     "teletext",
     "language",
+    "kept_keys",
 };
 
 std::vector<std::string> PartsBelow(const std::string& prefix) {

@@ -137,8 +137,8 @@ struct TelevisionOptions {
 /// A viewer without a display, a message bus for it and its plug-ins, and fresh directories for
 /// their state. While it exists, these variables of this process, and so of the programs that it
 /// starts, point there: KAVREL_RUNTIME_DIR, KAVREL_STATE_DIR, XDG_RUNTIME_DIR,
-/// DBUS_SYSTEM_BUS_ADDRESS; and KAVREL_APP_ID is unset. They are put back at the end. One at a time
-/// in a process, made while no other thread reads the environment.
+/// DBUS_SYSTEM_BUS_ADDRESS; KAVREL_APP_ID and KAVREL_EVENT_DIR are unset. All are put back at the
+/// end. One at a time in a process, made while no other thread reads the environment.
 ///
 /// A process that itself connects to the bus (a plug-in inside the test) keeps that connection: let
 /// it have one Television for its whole life.
