@@ -9,7 +9,10 @@ source=$1 cmake=$2 cc=$3 cxx=$4
 work=$(mktemp -d "${TMPDIR:-/tmp}/kavrel-system-XXXXXX")
 viewer=
 finish() {
-  [ -z "$viewer" ] || kill "$viewer" 2>/dev/null || true
+  if [ -n "$viewer" ]; then
+    kill "$viewer" 2>/dev/null || true
+    wait "$viewer" 2>/dev/null || true
+  fi
   rm -rf "$work"
 }
 trap finish EXIT

@@ -8,7 +8,10 @@ build=$1 cmake=$2
 work=$(mktemp -d "${TMPDIR:-/tmp}/kavrel-upgrade-XXXXXX")
 viewer=
 finish() {
-  [ -z "$viewer" ] || kill "$viewer" 2>/dev/null || true
+  if [ -n "$viewer" ]; then
+    kill "$viewer" 2>/dev/null || true
+    wait "$viewer" 2>/dev/null || true
+  fi
   rm -rf "$work"
 }
 trap finish EXIT
@@ -23,7 +26,11 @@ viewer=$!
 read -r _ <"$work/ready"
 
 # An upgrade replaces the files under a running viewer, which works on; so it does when they go.
-"$cmake" --install "$build" --prefix "$prefix" >>"$work/install.log"
+# Unless told so, CMake leaves files alone that are as old as those of the build.
+installed() { stat -c %i "$prefix/bin/kavrel-viewer" "$(readlink -f "$libraries/libkavrel-api.so.0")"; }
+before=$(installed)
+CMAKE_INSTALL_ALWAYS=1 "$cmake" --install "$build" --prefix "$prefix" >>"$work/install.log"
+[ "$before" != "$(installed)" ] || { echo "the second installation replaced nothing" >&2; exit 1; }
 "$prefix/bin/kavrelctl" call tune-channel 7 News DVB-T me
 cp "$prefix/bin/kavrelctl" "$work/kavrelctl"
 cp -r "$libraries" "$work/libraries"

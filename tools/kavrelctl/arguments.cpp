@@ -1,5 +1,6 @@
 #include "arguments.h"
 
+#include <printable.h>
 #include <strings.h>
 
 #include <array>
@@ -39,11 +40,13 @@ const char* TypeLabel(ItemType type) {
 }
 
 std::string ValueMistake(ItemType type, const std::string& text) {
+  constexpr std::size_t kLongest = 80;
+  const std::string quoted = '"' + kavrel_programs::Printable(text, kLongest) + '"';
   if (type == ItemType::Int32 && !ParseInt(text)) {
-    return '"' + text + "\" is not a whole number from -2147483648 to 2147483647";
+    return quoted + " is not a whole number from -2147483648 to 2147483647";
   }
   if (type == ItemType::Bool && !ParseBool(text)) {
-    return '"' + text + "\" is none of true, false, on, off, 1, 0";
+    return quoted + " is none of true, false, on, off, 1, 0";
   }
   return {};
 }

@@ -71,7 +71,7 @@ ControlAnswer ControlConnection::Ask(const ControlRequest& request) {
   if (error != 0) return AskFailure("cannot ask " + name, error);
   const auto reply = kavrel_programs::ReadControlReply(port_, sequence, error);
   if (!reply) return AskFailure("no answer from " + name, error);
-  if (!reply->done) return ControlFailure{name + " refuses: " + reply->text, true};
+  if (!reply->done) return ControlFailure{name + " refuses: " + reply->text};
   return reply->text;
 }
 

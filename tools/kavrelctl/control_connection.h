@@ -19,7 +19,6 @@ inline constexpr const char* kNotUnderstood = "the viewer's answer cannot be und
 /// Why there is no answer, for people.
 struct ControlFailure {
   std::string message;
-  bool refused = false;  ///< the viewer is there and does not want to
 };
 
 using ControlAnswer = std::variant<std::string, ControlFailure>;

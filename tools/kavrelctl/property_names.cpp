@@ -1,5 +1,7 @@
 #include "property_names.h"
 
+#include <printable.h>
+
 #include <algorithm>
 #include <iterator>
 
@@ -38,7 +40,7 @@ std::string PropertyValueMistake(const PropertyInfo& property, const std::string
       return ValueMistake(ItemType::Bool, text);
     case PropertyType::Locked:
       if (text == "locked" || text == "unlocked") return {};
-      return '"' + text + "\" is neither locked nor unlocked";
+      return '"' + kavrel_programs::Printable(text, 80) + "\" is neither locked nor unlocked";
     default:
       return {};
   }

@@ -115,7 +115,8 @@ class TreeBuilder final : public YAML::EventHandler {
                         "more than " + std::to_string(kMostFields) + " keys in one place");
     }
     if (parent.node.Find(key.text) != nullptr) {
-      throw TextMistake(key.line, '"' + key.text + "\" comes twice in the same place");
+      throw TextMistake(key.line, '"' + kavrel_programs::Printable(key.text, 80) +
+                                      "\" comes twice in the same place");
     }
     parent.key = key.text;
   }

@@ -109,6 +109,10 @@ TEST_F(Health, KeysListTellsTheOwner) {
   const json keys = json::parse(Tool({"keys", "list", "--json"}).output);
   EXPECT_EQ(keys, json::parse(R"([{"key":"XF86Red","exclusive":false,"owner":null,
       "others":["listener"]}])"));
+  const auto owner = StartListener(*viewer, "owner", {"--exclusive", "XF86Red"});
+  EXPECT_EQ(json::parse(Tool({"keys", "list", "--json"}).output),
+            json::parse(R"([{"key":"XF86Red","exclusive":true,"owner":"owner",
+      "others":["listener"]}])"));
 }
 
 }  // namespace

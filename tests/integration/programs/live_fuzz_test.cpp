@@ -18,6 +18,7 @@
 
 #include "decoder_seeds.h"
 #include "programs.h"
+#include "repetitions.h"
 
 namespace kavrel_test {
 namespace {
@@ -98,7 +99,7 @@ int Attacks() {
 #else
   constexpr int kOrdinary = 200;
 #endif
-  return std::getenv("KAVREL_TEST_LONG") != nullptr ? 300'000 : kOrdinary;
+  return Repetitions(kOrdinary, 300'000);
 }
 
 class LiveFuzz : public Programs {
