@@ -135,7 +135,7 @@ const Wrong kWrong[] = {
     {"expect: {plugins: x}", "plugins: a list [...] of texts is wanted, not a text"},
     {"expect: {screen: {chanel: 1}}",
      R"("chanel" does not belong to screen, which has activity, viewer_state, channel, source, )"
-     R"(banners, popups, pip, selection_window, window_size, teletext, language; did you mean channel?)"},
+     R"(banners, popups, pip, selection_window, window_size, teletext, language, kept_keys; did you mean channel?)"},
     {"expect: {screen: {pip: {channel: {nmae: x}}}}",
      R"("nmae" does not belong to pip.channel, which has number, name, source, service_id; did you mean name?)"},
     {"expect: {screen: {language: {a: b}}}", "language: a text is wanted, not a map"},
