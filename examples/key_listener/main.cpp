@@ -2,8 +2,8 @@
 // the toolkit that windows need.
 #include <kavrel/KavrelAPI.h>
 
-#include <glib-unix.h>
 #include <csignal>
+#include <glib-unix.h>
 #include <iostream>
 
 struct Keys : IKeyInputListener {
