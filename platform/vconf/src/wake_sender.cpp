@@ -3,15 +3,18 @@
 #include <pthread.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <exception>
 #include <thread>
+#include <utility>
 
 #include "barrier.h"
 #include "log.h"
@@ -22,6 +25,22 @@ namespace {
 constexpr std::uint64_t kCrowd = 4;
 constexpr std::chrono::microseconds kRestForEach{50};
 constexpr std::chrono::microseconds kLongestRest{5000};
+
+// How many bytes a process leaves in the file before it empties it.
+constexpr unsigned kMostUnread = 1024;
+
+// Kernels from 5.5 to 5.13 tell nobody of a byte behind another one.
+bool KernelTellsOfEveryByte() {
+  utsname system{};
+  if (::uname(&system) != 0) return false;
+  unsigned major = 0;
+  unsigned minor = 0;
+  const char* const end = system.release + std::strlen(system.release);
+  const auto [dot, error] = std::from_chars(system.release, end, major);
+  if (error != std::errc() || dot == end) return false;
+  std::from_chars(dot + 1, end, minor);
+  return std::pair(major, minor) >= std::pair(5U, 14U);
+}
 
 // The application's signals are not for this thread, and nobody should wait for it: as a batch
 // task it does not push the thread that wakes it off its processor.
@@ -49,6 +68,9 @@ class BlockedSignals {
 
 }  // namespace
 
+WakeSender::WakeSender(kavrel_platform::UniqueFd fifo, ControlPage* control)
+    : fifo_(std::move(fifo)), control_(control), every_byte_tells_(KernelTellsOfEveryByte()) {}
+
 std::uint64_t WakeSender::CountSleepers() const {
   const std::uint64_t asleep = control_->asleep.load(std::memory_order_relaxed);
   const std::uint64_t woken = control_->woken.load(std::memory_order_relaxed);
@@ -71,17 +93,26 @@ void WakeSender::Wake() {
 void WakeSender::WakeNow() {
   const std::uint64_t asleep = control_->asleep.load(std::memory_order_seq_cst);
   std::uint64_t woken = control_->woken.load(std::memory_order_relaxed);
-  // Kernels from 5.5 to 5.13 tell nobody of a byte behind another one. A byte that another writer
-  // adds in between was added after our change and tells of it just as well.
-  std::array<char, 64> earlier;
-  while (::read(fifo_.get(), earlier.data(), earlier.size()) ==
-         static_cast<ssize_t>(earlier.size())) {
-  }
-  if (::write(fifo_.get(), "!", 1) != 1) {
+  const bool is_full = written_.fetch_add(1, std::memory_order_relaxed) % kMostUnread == 0;
+  if (is_full || !every_byte_tells_) Empty();
+  if (!Write() && (Empty(), !Write())) {
     VCONF_LOG_ERROR("cannot wake watchers: %s", std::strerror(errno));
     return;  // whoever sleeps is woken with the next change
   }
   while (woken < asleep && !control_->woken.compare_exchange_weak(woken, asleep)) {
+  }
+}
+
+bool WakeSender::Write() const {
+  return ::write(fifo_.get(), "!", 1) == 1;
+}
+
+// A byte that another writer adds in between was added after our change and tells of it just as
+// well.
+void WakeSender::Empty() const {
+  std::array<char, kMostUnread> earlier;
+  while (::read(fifo_.get(), earlier.data(), earlier.size()) ==
+         static_cast<ssize_t>(earlier.size())) {
   }
 }
 

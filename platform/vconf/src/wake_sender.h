@@ -22,8 +22,7 @@ namespace kavrel_vconf {
 class WakeSender : public std::enable_shared_from_this<WakeSender> {
  public:
   /// `fifo` is the wake file, open for reading and writing.
-  WakeSender(kavrel_platform::UniqueFd fifo, ControlPage* control)
-      : fifo_(std::move(fifo)), control_(control) {}
+  WakeSender(kavrel_platform::UniqueFd fifo, ControlPage* control);
   WakeSender(const WakeSender&) = delete;
   WakeSender& operator=(const WakeSender&) = delete;
 
@@ -46,9 +45,13 @@ class WakeSender : public std::enable_shared_from_this<WakeSender> {
   bool StartThread();
   void RunThread();
   void WakeNow();
+  bool Write() const;
+  void Empty() const;
 
   kavrel_platform::UniqueFd fifo_;
   ControlPage* const control_;
+  const bool every_byte_tells_;        // also one behind others that nobody has read
+  std::atomic<unsigned> written_ = 0;  // bytes, by this process
 
   std::mutex mutex_;
   std::condition_variable condition_;

@@ -230,13 +230,16 @@ void Watcher::Dispatch() {
   {
     const std::lock_guard lock(*mutex_);
     if (source_ == nullptr) return;
-    TakeEvents();
     for (Watched& watched : watched_) NoteSpeed(&watched);
     keys = keys_;
   }
   for (const auto& key : *keys) Deliver(key);
+  // Callbacks come first, what the kernel wants done afterwards: a change whose event is taken here
+  // unseen is found by the look before the sleep.
   const std::lock_guard lock(*mutex_);
-  if (source_ != nullptr) PlanNextLook();
+  if (source_ == nullptr) return;
+  TakeEvents();
+  PlanNextLook();
 }
 
 void Watcher::TakeEvents() {
@@ -305,6 +308,7 @@ void Watcher::NoteFailure(WatchedKey* key) {
 
 void Watcher::LookAgainLater() {
   const std::lock_guard lock(*mutex_);
+  if (source_ != nullptr) TakeEvents();
   for (const auto& key : *keys_) key->seen_word = 1;
   if (source_ != nullptr) g_source_set_ready_time(source_, g_get_monotonic_time() + kRetryUs);
 }

@@ -1,5 +1,7 @@
 // Several processes that watch: many at once, stopped, killed, and racing with the writer.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <vconf.h>
 
 #include <array>
@@ -16,6 +18,7 @@
 #include "fresh_store.h"
 #include "lmdb_handles.h"
 #include "loop.h"
+#include "unique_fd.h"
 
 namespace {
 
@@ -117,6 +120,39 @@ TEST_F(Watchers, AStoppedOneCostsNothingAndEndsWithTheLastValue) {
     AwaitValue(*report, last);
   }
   EXPECT_LT(std::filesystem::file_size(MemoryFile(".mdb")), 4u << 20);
+}
+
+// Writers leave bytes in the wake file, and anybody of the same user may put more into it.
+TEST_F(Watchers, AreWokenAlsoWhenTheWakeFileIsFull) {
+  Shared<Report> report;
+  Forked watcher([&] { return WatchForEver(&*report); });
+  AwaitWatching(*report);
+  Run([&] {
+    const kavrel_platform::UniqueFd file(
+        open(MemoryFile(".wake").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+    const std::vector<char> bytes(4096, '!');
+    const auto set = [&](int value) {
+      ASSERT_EQ(vconf_set_int(kKey, value), 0);
+      AwaitValue(*report, value);
+    };
+    set(1);  // with its first change a writer empties the file whatever is in it
+    while (write(file.get(), bytes.data(), bytes.size()) > 0) {
+    }
+    ASSERT_EQ(errno, EAGAIN);
+    for (int value = 2; value <= 20; ++value) set(value);
+  });
+}
+
+TEST_F(Watchers, AreWokenHoweverOftenOneWriterDoesIt) {
+  Shared<Report> report;
+  Forked watcher([&] { return WatchForEver(&*report); });
+  AwaitWatching(*report);
+  Run([&] {
+    for (int value = 1; value <= 3000; ++value) {  // more than a writer leaves unread
+      ASSERT_EQ(vconf_set_int(kKey, value), 0);
+      AwaitValue(*report, value);
+    }
+  });
 }
 
 // Watchers killed at all moments, with changes on their way to them: no place in LMDB's table of
