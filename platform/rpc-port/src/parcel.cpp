@@ -3,15 +3,18 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <new>
 
 #include "bounds.h"
+#include "memory_checks.h"
+#include "spare_blocks.h"
 
 namespace kavrel_rpc {
 namespace {
 
 // Unsigned, so that the count may go round.
 std::atomic<std::uint32_t> next_sequence{1};
+
+constinit SpareBlocks<Parcel::kSpareObjects> spare_objects;
 
 int CopyText(const std::uint8_t* text, std::size_t size, char** copy) {
   auto* memory = static_cast<char*>(std::malloc(size));
@@ -22,6 +25,21 @@ int CopyText(const std::uint8_t* text, std::size_t size, char** copy) {
 }
 
 }  // namespace
+
+void* Parcel::operator new(std::size_t size, const std::nothrow_t& nothrow) noexcept {
+  if (void* const spare = spare_objects.Take()) return spare;
+  return ::operator new(size, nothrow);
+}
+
+// Nothing is kept where the use of a destroyed parcel is to be found.
+void Parcel::operator delete(void* memory) noexcept {
+  if (memory == nullptr || (!kMemoryIsChecked && spare_objects.Keep(memory))) return;
+  ::operator delete(memory);
+}
+
+void Parcel::operator delete(void* memory, const std::nothrow_t&) noexcept {
+  Parcel::operator delete(memory);
+}
 
 Parcel* Parcel::Create() {
   auto* parcel = new (std::nothrow) Parcel;

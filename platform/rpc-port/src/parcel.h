@@ -3,15 +3,21 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <new>
 
 #include "frame.h"
 
 namespace kavrel_rpc {
 
-/// Keeps its frame ready to send. Small frames live inside the object, so that an ordinary request
-/// costs one allocation. One thread at a time.
+/// Keeps its frame ready to send. Small frames live inside the object, and the memory of a few
+/// objects is kept for the next ones, so that an ordinary request costs no allocation. One thread
+/// at a time.
 class Parcel {
  public:
+  /// How many objects' memory is kept, in the whole process: a call needs two, request and result.
+  /// What a larger frame takes besides is never kept.
+  static constexpr std::size_t kSpareObjects = 4;
+
   /// An empty parcel with a fresh sequence number; null without memory.
   static Parcel* Create();
   /// A copy of a frame that has no fault; null without memory.
@@ -22,6 +28,9 @@ class Parcel {
   ~Parcel() {
     if (data_ != inline_) std::free(data_);
   }
+  static void* operator new(std::size_t size, const std::nothrow_t& nothrow) noexcept;
+  static void operator delete(void* memory) noexcept;
+  static void operator delete(void* memory, const std::nothrow_t& nothrow) noexcept;
 
   int SetTag(const char* tag);
   int CopyTag(char** tag) const;

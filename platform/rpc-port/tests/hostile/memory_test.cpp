@@ -1,4 +1,5 @@
 // Each allocation of each function fails once: -12, nothing half done, and the next call works.
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <string>
@@ -33,6 +34,7 @@ int FailEach(const Call& call) {
 class FailingMemory : public rpc_test::HostileTest {};
 
 TEST_F(FailingMemory, OfAParcel) {
+  const std::array<ParcelOwner, 8> others;  // have what earlier parcels left behind
   rpc_port_parcel_h parcel = nullptr;
   EXPECT_GE(FailEach([&] { return rpc_port_parcel_create(&parcel); }), 1);
   const ParcelOwner owner(parcel);
