@@ -156,7 +156,10 @@ int ClientMainPort::TakeParcel(Parcel** parcel) {
 
 int ClientMainPort::ReceiveMore(std::int64_t deadline, bool may_block) {
   if (passing_ == nullptr) passing_ = std::make_unique<std::array<std::uint8_t, 4096>>();
-  ssize_t result = intake_.Receive(link().main(), *passing_, may_block ? 0 : MSG_DONTWAIT);
+  const bool is_look = may_block && early_look_.IsDue();
+  const int flags = may_block && !is_look ? 0 : MSG_DONTWAIT;
+  ssize_t result = intake_.Receive(link().main(), *passing_, flags);
+  if (is_look) early_look_.Note(result > 0);
   while (IsTransient(result)) {
     if (!WaitFor(link().main(), POLLIN, deadline)) return Overdue();
     result = intake_.Receive(link().main(), *passing_, MSG_DONTWAIT);

@@ -4,6 +4,7 @@
 #include <array>
 
 #include "clock.h"
+#include "early_look.h"
 #include "intake.h"
 #include "port.h"
 
@@ -11,7 +12,8 @@ namespace kavrel_rpc {
 
 /// A client's main port: sends and reads wait, each within its bound. The kernel keeps the bound of
 /// the first wait of a call (socket time-outs), so that an ordinary call is one send and one
-/// receive; only what is unusual looks at the clock again. Any thread.
+/// receive; what is unusual looks at the clock again, and so does a call whose answer is looked for
+/// early. Any thread.
 class ClientMainPort : public Port {
  public:
   /// The main socket must block; `timeout_ms` 0: no bound.
@@ -42,6 +44,7 @@ class ClientMainPort : public Port {
 
   std::mutex receive_mutex_;
   Intake intake_{Intake::Descriptors::kIgnore};
+  EarlyLook early_look_;
   std::unique_ptr<std::array<std::uint8_t, 4096>> passing_;
 };
 
