@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <new>
 
 #include "bounds.h"
 #include "memory_checks.h"
@@ -26,9 +27,9 @@ int CopyText(const std::uint8_t* text, std::size_t size, char** copy) {
 
 }  // namespace
 
-void* Parcel::operator new(std::size_t size, const std::nothrow_t& nothrow) noexcept {
+void* Parcel::operator new(std::size_t size) noexcept {
   if (void* const spare = spare_objects.Take()) return spare;
-  return ::operator new(size, nothrow);
+  return ::operator new(size, std::nothrow);
 }
 
 // Nothing is kept where the use of a destroyed parcel is to be found.
@@ -37,12 +38,8 @@ void Parcel::operator delete(void* memory) noexcept {
   ::operator delete(memory);
 }
 
-void Parcel::operator delete(void* memory, const std::nothrow_t&) noexcept {
-  Parcel::operator delete(memory);
-}
-
 Parcel* Parcel::Create() {
-  auto* parcel = new (std::nothrow) Parcel;
+  auto* parcel = new Parcel;
   if (parcel == nullptr) return nullptr;
   parcel->SetSize(frame::kMinSize);
   const auto sequence = next_sequence.fetch_add(1, std::memory_order_relaxed);
@@ -52,7 +49,7 @@ Parcel* Parcel::Create() {
 }
 
 Parcel* Parcel::FromFrame(Bytes frame) {
-  auto* parcel = new (std::nothrow) Parcel;
+  auto* parcel = new Parcel;
   if (parcel == nullptr) return nullptr;
   parcel->size_ = 0;
   if (parcel->Reserve(frame.size()) != 0) {

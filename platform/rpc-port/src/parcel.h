@@ -3,7 +3,6 @@
 
 #include <cstdint>
 #include <cstdlib>
-#include <new>
 
 #include "frame.h"
 
@@ -28,9 +27,9 @@ class Parcel {
   ~Parcel() {
     if (data_ != inline_) std::free(data_);
   }
-  static void* operator new(std::size_t size, const std::nothrow_t& nothrow) noexcept;
+  /// Null without memory.
+  static void* operator new(std::size_t size) noexcept;
   static void operator delete(void* memory) noexcept;
-  static void operator delete(void* memory, const std::nothrow_t& nothrow) noexcept;
 
   int SetTag(const char* tag);
   int CopyTag(char** tag) const;
