@@ -1,7 +1,7 @@
 // GIO, loaded when the library first calls it.
 //
 // Only host and plug-in talk over the bus; commanding a viewer and following its state do not.
-// Linked in the usual way, GIO and what it brings along (GObject and eight more libraries) would
+// Linked in the usual way, GIO and what it brings along (GObject and six more libraries) would
 // still be loaded into each such program: a third of its start-up time and a quarter of its memory.
 // GLib itself stays linked, as the platform services need it in every program.
 //
