@@ -194,6 +194,55 @@ TEST_F(CommandPath, HandleThatWaitsHoldsUpNoOther) {
   waiter.join();
 }
 
+// Says that it was asked, and answers when it is told to.
+class PatientService final : public NullService {
+ public:
+  PatientService(std::string sender, std::string instance, const Tell& asked, const Tell& answer)
+      : NullService(std::move(sender), std::move(instance)), asked_(asked), answer_(answer) {}
+  bool GetWindowSize(int& size) override {
+    asked_.Say('a');
+    answer_.Hear();
+    size = 7;
+    return true;
+  }
+
+ private:
+  const Tell& asked_;
+  const Tell& answer_;
+};
+
+// The thread that waits holds the handle's lock, which nobody in the child would ever give back.
+TEST_F(CommandPath, ChildForkedInMidCallIsRefusedAndTheCallGoesOn) {
+  constexpr unsigned kLimitSeconds = 30;
+  const Tell answer;
+  const ViewerProcess viewer(kAppId, [&](std::string sender, std::string instance) {
+    return std::make_unique<PatientService>(std::move(sender), std::move(instance), tell_, answer);
+  });
+  Handle handle = Connect();
+  ASSERT_NE(handle, nullptr);
+  std::thread caller([&] {
+    int size = kUntouched;
+    EXPECT_TRUE(kavrel_api_get_window_size(handle.get(), size));
+    EXPECT_EQ(size, 7);
+  });
+  EXPECT_EQ(tell_.Hear(), 'a');
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(kLimitSeconds);
+    int size = kUntouched;
+    kavrel_api_show_channel_banner(handle.get(), 1);
+    const bool refused = !kavrel_api_get_window_size(handle.get(), size) && size == kUntouched;
+    kavrel_api_destroy(handle.release());
+    _exit(refused ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_TRUE(WIFEXITED(status)) << "signal " << WTERMSIG(status);
+  EXPECT_EQ(WEXITSTATUS(status), 0);
+  answer.Say('y');
+  caller.join();
+}
+
 TEST_F(CommandPath, StoppedViewerEndsTheCallAtTheDeadlineAndServesAgainAfterwards) {
   const ScopedEnvironment timeout("KAVREL_RPC_TIMEOUT_MS", "200");
   ViewerProcess viewer(kAppId, &MakeOddService);

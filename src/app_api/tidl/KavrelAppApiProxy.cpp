@@ -289,6 +289,11 @@ R KavrelAppApi::CallAs(SourceLine where, int method_id, R (* /*signature*/)(P...
     KAVREL_LOG(kLogError, LOG_TAG, where, "Failed to write parcel");
     throw InvalidIOException();
   }
+  // The lock may be held by a thread that a forked child does not have.
+  if (!made_here_) {
+    KAVREL_LOG(kLogError, LOG_TAG, where, "Refused: the handle is that of the parent process");
+    throw InvalidIOException();
+  }
   lock.lock();
   Send(where, request);
   if constexpr (!std::is_void_v<R>) {

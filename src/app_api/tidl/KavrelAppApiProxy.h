@@ -22,6 +22,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "../../common/fork_count.h"
 #include "../../common/log.h"
 #include "Parcel.h"
 
@@ -193,6 +194,7 @@ class KavrelAppApi {
   rpc_port_proxy_h proxy_ = nullptr;
   IEventListener* listener_;
   std::recursive_mutex lock_;
+  kavrel::MadeHere made_here_;
   std::list<std::unique_ptr<CallbackBase>> callbacks_;
   std::string target_appid_;
 };
