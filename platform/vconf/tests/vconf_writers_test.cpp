@@ -1,6 +1,8 @@
 // Several processes that write: killed at any moment, all at once, stopped.
 #include <gtest/gtest.h>
 #include <sched.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 #include <vconf.h>
 
 #include <atomic>
@@ -125,6 +127,102 @@ TEST_P(Writers, FourAtOnceNeverTearATextNorLoseOne) {
     EXPECT_EQ(NumberOf((key + std::to_string(writer)).c_str()), texts * 4 + writer);
   }
 }
+
+// A writer that sets one value a step of the processor's at a time, as far as the test lets it.
+class SteppedWriter {
+ public:
+  SteppedWriter(const std::string& key, int number)
+      : writer_([&] {
+          if (vconf_set_int((key + "_other").c_str(), number) != 0) return 1;  // opens the store
+          if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0) return 1;
+          ::raise(SIGSTOP);
+          return vconf_set_str(key.c_str(), TextOf(number).c_str()) == 0 ? 0 : 2;
+        }) {
+    has_ended_ = !writer_.WaitUntilStopped();
+  }
+
+  // To the next time that it enters or leaves the kernel; false when it has ended instead.
+  bool ToTheNextSystemCall() { return Step(PTRACE_SYSCALL); }
+  bool ByOneInstruction() { return Step(PTRACE_SINGLESTEP); }
+  void Kill() { writer_.Kill(); }
+
+ private:
+  bool Step(decltype(PTRACE_SYSCALL) how) {
+    if (has_ended_ || ::ptrace(how, writer_.pid(), nullptr, nullptr) != 0) return false;
+    has_ended_ = !writer_.WaitUntilStopped();
+    return !has_ended_;
+  }
+
+  Forked writer_;
+  bool has_ended_ = false;
+};
+
+// What a writer that was killed leaves: what was there, or what it was about to set; and the next
+// one goes on at once. What was told to the watcher last is what is there.
+class WritersKilledInASet : public Writers {
+ protected:
+  void SetUp() override {
+    ASSERT_EQ(vconf_set_str(key_.c_str(), TextOf(number_).c_str()), 0);
+    ASSERT_EQ(vconf_notify_key_changed(key_.c_str(), Note, &seen_), 0);
+  }
+  void TearDown() override { EXPECT_EQ(vconf_ignore_key_changed(key_.c_str(), Note), 0); }
+
+  void ExpectOldOrNew() {
+    const int left = NumberOf(key_.c_str());
+    ASSERT_TRUE(left == number_ || left == number_ + 1) << left << " instead of " << number_;
+    if (left == number_ + 1) {
+      ASSERT_TRUE(loop_.RunUntil([&] { return seen_.number == left; }));
+    }
+    number_ += 2;
+    ASSERT_EQ(vconf_set_str(key_.c_str(), TextOf(number_).c_str()), 0);
+    ASSERT_TRUE(loop_.RunUntil([&] { return seen_.number == number_; }));
+  }
+
+  const std::string key_ = Key("stepped");
+  int number_ = 1;
+  Loop loop_;
+  Seen seen_;
+};
+
+TEST_P(WritersKilledInASet, AtEverySystemCall) {
+  int calls = 0;
+  for (bool has_ended = false; !has_ended; ++calls) {
+    SCOPED_TRACE("killed after " + std::to_string(calls) + " entries and exits");
+    SteppedWriter writer(key_, number_ + 1);
+    for (int call = 0; call < calls && !has_ended; ++call) {
+      has_ended = !writer.ToTheNextSystemCall();
+    }
+    writer.Kill();
+    ExpectOldOrNew();
+    if (HasFatalFailure()) return;
+  }
+  RecordProperty("calls", calls);
+  EXPECT_GT(calls, 4) << "writing and waking";
+}
+
+TEST_P(WritersKilledInASet, BetweenAnyTwoInstructions) {
+  constexpr unsigned kMostCalls = 24;
+  constexpr unsigned kMostInstructions = 2000;
+  std::mt19937 random(18);
+  const int kills = Repetitions(20, 10000);
+  for (int kill = 0; kill < kills; ++kill) {
+    SCOPED_TRACE("kill " + std::to_string(kill));
+    SteppedWriter writer(key_, number_ + 1);
+    bool goes_on = true;
+    for (auto call = random() % kMostCalls; call > 0 && goes_on; --call) {
+      goes_on = writer.ToTheNextSystemCall();
+    }
+    for (auto step = random() % kMostInstructions; step > 0 && goes_on; --step) {
+      goes_on = writer.ByOneInstruction();
+    }
+    writer.Kill();
+    ExpectOldOrNew();
+    if (HasFatalFailure()) return;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Families, WritersKilledInASet, testing::Values("memory", "db"),
+                         [](const auto& family) { return family.param; });
 
 INSTANTIATE_TEST_SUITE_P(Families, Writers, testing::Values("memory", "db"),
                          [](const auto& family) { return family.param; });
