@@ -1,4 +1,5 @@
 // Clients that greet wrongly, half, too often, or in the name of others.
+#include <dirent.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -190,8 +191,17 @@ TEST_F(GreetingAttack, ConnectionsOfOneUserAreCapped) {
   ExpectOthersServed();
 }
 
+std::size_t OpenDescriptors() {
+  std::size_t count = 0;
+  DIR* const directory = ::opendir("/proc/self/fd");
+  while (::readdir(directory) != nullptr) ++count;
+  ::closedir(directory);
+  return count;
+}
+
 TEST_F(GreetingAttack, StormOfConnectionsLeavesNothing) {
   Start();
+  const std::size_t before = OpenDescriptors();
   const int rounds = kavrel_test::Repetitions(300, 50000);
   for (int round = 0; round < rounds; ++round) {
     rpc_test::TestClient client(client_thread());
@@ -204,6 +214,8 @@ TEST_F(GreetingAttack, StormOfConnectionsLeavesNothing) {
                  return event.starts_with("disconnected");
                })) == static_cast<std::size_t>(rounds);
   }));
+  Settle();
+  EXPECT_EQ(OpenDescriptors(), before);
   ExpectOthersServed();
 }
 

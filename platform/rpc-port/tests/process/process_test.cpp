@@ -1,11 +1,14 @@
 // Services and clients that are killed, stopped, forked, limited, or of another user.
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -19,6 +22,7 @@ namespace {
 using kavrel_test::ChildOptions;
 using kavrel_test::ChildProcess;
 using rpc_test::CountLog;
+using rpc_test::RawClient;
 using rpc_test::RawSocket;
 using rpc_test::Receive;
 using rpc_test::TestClient;
@@ -206,6 +210,80 @@ TEST_F(Process, ServiceOutOfDescriptorsServesWhomItHas) {
   EXPECT_EQ(late.ConnectSync(), 0);
   EXPECT_EQ(late.Call(1), 2);
   EXPECT_FALSE(service.WaitForExit(std::chrono::milliseconds(0)));
+}
+
+// While it exists this process, and those that it starts, may have more descriptors.
+class ManyDescriptors {
+ public:
+  explicit ManyDescriptors(rlim_t count) {
+    ::getrlimit(RLIMIT_NOFILE, &before_);
+    const struct rlimit more { std::max(count, before_.rlim_cur), before_.rlim_max };
+    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &more), 0) << "at most " << before_.rlim_max;
+  }
+  ManyDescriptors(const ManyDescriptors&) = delete;
+  ManyDescriptors& operator=(const ManyDescriptors&) = delete;
+  ~ManyDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+ private:
+  struct rlimit before_ {};
+};
+
+// What a process has of the system.
+struct Holdings {
+  explicit Holdings(pid_t pid) {
+    const auto count = [pid](const char* what) {
+      const std::filesystem::directory_iterator entries("/proc/" + std::to_string(pid) + what);
+      return std::distance(begin(entries), end(entries));
+    };
+    descriptors = count("/fd");
+    threads = count("/task");
+    const std::string sizes = kavrel_test::ReadFile("/proc/" + std::to_string(pid) + "/statm");
+    std::sscanf(sizes.c_str(), "%*d %ld", &pages);
+  }
+  long descriptors = 0;
+  long threads = 0;
+  long pages = 0;
+};
+
+// More than one user may have, several times: the surplus is refused, the others are held, and when
+// they have gone the service has what it had before.
+TEST_F(Process, CrowdBeyondTheCapIsRefusedAndLeavesNothing) {
+  constexpr std::size_t kCap = 1024;
+  constexpr std::size_t kCrowd = 1100;
+  constexpr long kNoGrowth = 256;  // pages
+  const ManyDescriptors many(8192);
+  Set("KAVREL_RPC_PARTIAL_TIMEOUT_MS", "60000");
+  auto service = StartService();
+  TestClient client(client_thread());
+  ASSERT_EQ(client.ConnectSync(), 0);
+  ASSERT_EQ(client.Call(1), 2);
+  const Holdings alone(service->pid());
+  long pages = 0;
+  for (int round = 0; round < 3; ++round) {
+    std::vector<std::unique_ptr<RawClient>> crowd;
+    std::size_t held = 1;
+    for (std::size_t i = 0; i < kCrowd; ++i) {
+      crowd.push_back(std::make_unique<RawClient>(runtime(), kName));
+      held += crowd.back()->is_connected ? 1 : 0;
+    }
+    EXPECT_EQ(held, kCap);
+    EXPECT_TRUE(service->WaitForLine("KAVREL_RPC_MAX_CONNECTIONS_PER_USER is reached"));
+    ASSERT_EQ(client.Call(2), 3);
+    EXPECT_EQ(Holdings(service->pid()).threads, alone.threads);
+    crowd.clear();
+    const auto limit = std::chrono::steady_clock::now() + kavrel_test::kGenerous;
+    while (Holdings(service->pid()).descriptors > alone.descriptors &&
+           std::chrono::steady_clock::now() < limit) {
+      ASSERT_EQ(client.Call(3), 4);
+    }
+    const Holdings after(service->pid());
+    EXPECT_EQ(after.descriptors, alone.descriptors);
+    EXPECT_EQ(after.threads, alone.threads);
+    if (round == 0) pages = after.pages;
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)  // they keep what is freed
+    EXPECT_LE(after.pages, pages + kNoGrowth);
+#endif
+  }
 }
 
 // Only root can become somebody else; who is not tests the same decision in credentials_test.
