@@ -6,6 +6,8 @@
 #include <string_view>
 
 #include "channel_fixture.h"
+#include "repetitions.h"
+#include "shared_connection.h"
 
 namespace kavrel_test {
 namespace {
@@ -170,6 +172,33 @@ TEST_F(BodyTest, HandlersTestBodiesThemselves) {
   EXPECT_TRUE(end_.IsConnectionReady());
 }
 
+// More pairs than are read, in a message that the bus takes.
+TEST_F(BodyTest, EndlessPairsAreDroppedWithOneLine) {
+  const int pairs = Repetitions(100'000, 1'000'000);
+  GVariantBuilder builder;
+  g_variant_builder_init(&builder, G_VARIANT_TYPE("a(ss)"));
+  for (int i = 0; i < pairs; ++i) g_variant_builder_add(&builder, "(ss)", "", "");
+  const kavrel::glib::Connection stranger(OpenOwnConnection());
+  std::string error;
+  const auto answered = [](GObject* source, GAsyncResult* result, gpointer text) {
+    GError* problem = nullptr;
+    GVariant* const answer =
+        g_dbus_connection_call_finish(G_DBUS_CONNECTION(source), result, &problem);
+    *static_cast<std::string*>(text) = answer != nullptr ? "answered" : problem->message;
+    if (answer != nullptr) g_variant_unref(answer);
+    g_clear_error(&problem);
+  };
+  g_dbus_connection_call(stranger.get(), OwnUniqueName().c_str(), kPath, kInterface, "Send",
+                         g_variant_new("(a(ss))", &builder), nullptr, G_DBUS_CALL_FLAGS_NONE,
+                         G_MAXINT, nullptr, answered, &error);
+  ASSERT_TRUE(IterateUntil([&] { return !error.empty(); }));
+  EXPECT_THAT(error, HasSubstr("InvalidArgs"));
+  EXPECT_THAT(Errors(), ElementsAre(HasSubstr(std::to_string(pairs) + " pairs, at most 65536")));
+  EXPECT_THAT(taken_, IsEmpty());
+  CMessage message = MessageOf({{"a", "1"}});
+  EXPECT_TRUE(end_.SendMessage(message, 0));
+}
+
 // A type of any depth that a body can have, without what GIO would not take from a bus.
 std::string RandomType(std::mt19937& random, int depth) {
   static constexpr std::string_view kBasic = "ybnqiuxtdsog";
@@ -202,7 +231,8 @@ TEST_F(BodyTest, BodiesOfAnyTypeAreDroppedUnread) {
   const kavrel::glib::Connection connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, nullptr));
   std::size_t foreign = 0;
   std::size_t own = 0;
-  for (int i = 0; i < 20'000; ++i) {
+  const int bodies = Repetitions(20'000, 100'000);
+  for (int i = 0; i < bodies; ++i) {
     const std::string type = i % 100 == 0 ? "(a(ss))" : RandomBodyType(random);
     const std::string bytes(random() % 64, static_cast<char>(random()));
     const auto body = kavrel::glib::Sink(g_variant_new_from_data(

@@ -9,6 +9,7 @@
 #include "channel_fixture.h"
 #include "legacy/AuxDbusClient.h"
 #include "legacy/AuxDbusServer.h"
+#include "repetitions.h"
 
 namespace kavrel_test {
 namespace {
@@ -106,12 +107,20 @@ INSTANTIATE_TEST_SUITE_P(Names, StrangeName,
                                          std::string(70000, 'y')),
                          Numbered<std::string>);
 
-// Every name of one byte, and some of any bytes. Where it can be neither path nor name, lines.
+// Every name of one byte, some or all of two, and some of any bytes. Where it can be neither path
+// nor name, lines.
 TEST_F(NamesOnBusTest, NamesOfAnyBytesCostLinesOnly) {
   std::mt19937 random(37);
   std::vector<std::string> names;
   for (int byte = 1; byte < 256; ++byte) names.emplace_back(1, static_cast<char>(byte));
-  for (int i = 0; i < 200; ++i) {
+  const int of_two = Repetitions(50, 255 * 255);
+  for (int i = 0; i < of_two; ++i) {
+    const unsigned number = of_two < 255 * 255 ? static_cast<unsigned>(random() % (255 * 255))
+                                               : static_cast<unsigned>(i);
+    names.push_back({static_cast<char>(1 + number / 255), static_cast<char>(1 + number % 255)});
+  }
+  const int others = Repetitions(200, 10000);
+  for (int i = 0; i < others; ++i) {
     std::string name(1 + random() % 40, 'x');
     for (char& byte : name) byte = static_cast<char>(1 + random() % (i % 2 == 0 ? 255 : 127));
     names.push_back(name);
