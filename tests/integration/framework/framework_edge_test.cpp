@@ -100,6 +100,24 @@ TEST_F(FrameworkEdgeTest, LatePressesAreDroppedAndReleasesAreNot) {
   EXPECT_SAYS(*plugin, "released Red -1");
 }
 
+// Inside the group everybody may speak for everybody; the log has both names, and who was spoken
+// for registers its keys again.
+TEST_F(FrameworkEdgeTest, PluginMayTakeAnothersKeysAwayAndTheLogTellsBoth) {
+  const auto host = MakeTalkativeHost();
+  const auto robbed = MakePlugin(*host, {"robbed", "5", "glib", "Red"});
+  const auto robber = MakePlugin(*host, {"robber", "5", "glib", "Blue"});
+  ExpectKey(*host, "Red", *robbed);
+  robber->Tell("send 0 clear_key robbed");
+  EXPECT_SAYS(*robber, "sent 1");
+  EXPECT_TRUE(Logs(*host, "plugin robber speaks for robbed"));
+  ExpectNobodyTakes(*host, "Red");
+  ExpectKey(*host, "Blue", *robber);
+  robbed->Tell("keys Red");
+  robbed->Tell("hide");
+  EXPECT_SAYS(*host, "told: hide=robbed");
+  ExpectKey(*host, "Red", *robbed);
+}
+
 TEST_F(FrameworkEdgeTest, EmptyKeySetIsNotSent) {
   const auto host = MakeHost();
   const auto plugin = MakeTalkativePlugin(*host, {"clock", "5", "glib", "Red"});

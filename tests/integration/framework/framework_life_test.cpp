@@ -21,6 +21,21 @@ TEST_F(FrameworkLifeTest, PluginsWaitForAHostThatStartsLater) {
   EXPECT_SAYS(*host, "told: plugin_add=window");
 }
 
+// Whatever the scheduler makes of it: the factories let no start cross another.
+TEST_F(FrameworkLifeTest, PluginAndHostThatStartAtOnceAreAlwaysReady) {
+  const int starts = Repetitions(4, 10000);
+  for (int start = 0; start < starts; ++start) {
+    auto plugin = start % 2 == 0 ? StartPlugin({"clock", "5", "glib", "Red"}) : nullptr;
+    const auto host = Start({FRAMEWORK_HOST});
+    if (plugin == nullptr) plugin = StartPlugin({"clock", "5", "glib", "Red"});
+    ASSERT_SAYS(*plugin, "connected");
+    ASSERT_SAYS(*host, "told: show=clock");
+    ExpectKey(*host, "Red", *plugin);
+    plugin->process().Kill();
+    host->process().Kill();
+  }
+}
+
 TEST_F(FrameworkLifeTest, PluginsComeBackToARestartedHost) {
   auto host = MakeHost();
   const auto plain = MakePlugin(*host, {"plain", "5", "glib", "Red"});

@@ -158,6 +158,33 @@ TEST_F(Plugins, ComeBackWithTheirWindowsToo) {
   EXPECT_EQ(panel->WaitForExit(), 0) << panel->errors();
 }
 
+// What is lost are the plug-ins: the viewer says so, and serves its clients and its own keys.
+TEST_F(Plugins, AreLostWithTheBusAndTheViewerGoesOn) {
+  const auto viewer = StartViewer();
+  const auto listener = StartListener(*viewer, "listener", {"--key", "XF86Green"});
+  bus_.Kill();
+  Expect(*listener, "disconnected");
+  EXPECT_EQ(Tool({"call", "get-window-size"}).exit_code, 0);
+  EXPECT_EQ(SendKey("7")["taken_by"], "viewer");
+  EXPECT_EQ(ListPlugins()[0]["connected"], false);
+  Expect(*viewer, "Connection to the system bus lost");
+  viewer->Signal(SIGTERM);
+  EXPECT_EQ(OutcomeOf(*viewer).exit_code, 0);
+}
+
+// Nothing that the viewer does for its clients waits for a bus that stands still.
+TEST_F(Plugins, AreWaitedForByNobodyWhileTheBusIsStopped) {
+  const auto viewer = StartViewer();
+  const auto listener = StartListener(*viewer, "listener", {"--key", "XF86Green"});
+  bus_.Stop();
+  for (int i = 0; i < 100; ++i) {
+    EXPECT_EQ(SendKey("XF86Green", {"--release", "--timeout", "5"})["plugin"], "listener");
+    EXPECT_EQ(Tool({"call", "get-window-size", "--timeout", "5"}).exit_code, 0);
+  }
+  bus_.Continue();
+  for (int i = 0; i < 100; ++i) Expect(*listener, "released XF86Green");
+}
+
 TEST_F(Plugins, BelongToTheFirstViewerOfABus) {
   const auto first = StartViewer();
   const auto listener = StartListener(*first, "listener", {});  // the host is on the bus by then
