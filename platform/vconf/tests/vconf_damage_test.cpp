@@ -96,6 +96,8 @@ class Damage : public FreshStoreTest {
 };
 
 TEST_F(Damage, AForeignFileIsSetAside) {
+  const std::string log = directory_.Path("log");
+  const kavrel_test::ScopedEnvironment logging("KAVREL_LOG", "file:" + log);
   const std::string foreign = "this is not a store\n";
   Write(foreign);
   EXPECT_EQ(LeftAfterDamage(), 0);
@@ -103,6 +105,12 @@ TEST_F(Damage, AForeignFileIsSetAside) {
   Write(foreign + "again");
   EXPECT_EQ(LeftAfterDamage(), 0);
   EXPECT_EQ(ReadFile(DurableFile(".mdb.damaged")), foreign + "again");
+  int lines = 0;
+  std::ifstream told(log);
+  for (std::string line; std::getline(told, line);) {
+    lines += line.find(" is damaged or not ours: set aside as ") != std::string::npos ? 1 : 0;
+  }
+  EXPECT_EQ(lines, 2) << ReadFile(log);
 }
 
 TEST_F(Damage, AFileThatCannotBeOneIsSetAside) {
