@@ -1,19 +1,17 @@
 #include "bus_watch.h"
 
-#include <algorithm>
 #include <cstring>
 #include <deque>
 #include <mutex>
 #include <utility>
+
+#include "bus_connection.h"
 
 namespace kavrelctl {
 namespace {
 
 // What the bus hands over faster than it is delivered is dropped beyond this, and counted.
 constexpr std::size_t kLongestQueue = 10'000;
-
-constexpr const char* kBus = "org.freedesktop.DBus";
-constexpr const char* kBusPath = "/org/freedesktop/DBus";
 
 std::int64_t NowMilliseconds() {
   return g_get_monotonic_time() / 1000;
@@ -80,10 +78,6 @@ class BusTap {
   Batch batch_;
 };
 
-void BusWatch::Waiting::Done(GObject* /*source*/, GAsyncResult* result, void* waiting) {
-  static_cast<Waiting*>(waiting)->result.reset(static_cast<GAsyncResult*>(g_object_ref(result)));
-}
-
 BusWatch::BusWatch(double limit_seconds)
     : limit_seconds_(limit_seconds), tap_(std::make_shared<BusTap>()) {}
 
@@ -114,12 +108,7 @@ std::size_t BusWatch::Deliver(const OnEvent& on_event) {
 }
 
 std::string BusWatch::Failure(const char* what) const {
-  return std::string(what) + ": " + (error_ == nullptr ? "no reason given" : error_->message);
-}
-
-int BusWatch::LimitMilliseconds() const {
-  if (limit_seconds_ <= 0) return G_MAXINT;
-  return static_cast<int>(std::min(limit_seconds_ * 1000, 1e9));
+  return std::string(what) + ": " + TextOf(error_.get());
 }
 
 std::string BusWatch::Connect() {
@@ -127,50 +116,27 @@ std::string BusWatch::Connect() {
   char* const address = g_dbus_address_get_for_bus_sync(G_BUS_TYPE_SYSTEM, nullptr, &error);
   error_.reset(error);
   if (address == nullptr) return Failure("no address of the system bus");
-  const Owned<GCancellable> cancellable(g_cancellable_new());
-  const guint limit = g_timeout_add(
-      static_cast<guint>(LimitMilliseconds()),
-      [](void* late) -> gboolean {
-        g_cancellable_cancel(static_cast<GCancellable*>(late));
-        return G_SOURCE_CONTINUE;
-      },
-      cancellable.get());
-  Waiting waiting;
-  g_dbus_connection_new_for_address(
-      address,
-      static_cast<GDBusConnectionFlags>(G_DBUS_CONNECTION_FLAGS_AUTHENTICATION_CLIENT |
-                                        G_DBUS_CONNECTION_FLAGS_MESSAGE_BUS_CONNECTION),
-      nullptr, cancellable.get(), &Waiting::Done, &waiting);
+  connection_ = ConnectToBus(address, limit_seconds_, error_);
   g_free(address);
-  while (waiting.result == nullptr) g_main_context_iteration(nullptr, TRUE);
-  g_source_remove(limit);
-  error = nullptr;
-  connection_.reset(g_dbus_connection_new_for_address_finish(waiting.result.get(), &error));
-  error_.reset(error);
   if (connection_ == nullptr) return Failure("cannot connect to the system bus");
   g_signal_connect(connection_.get(), "closed", G_CALLBACK(&BusWatch::OnClosed), this);
   return {};
 }
 
-Owned<GVariant> BusWatch::CallBus(const char* interface, const char* method, GVariant* arguments) {
-  GError* error = nullptr;
-  Owned<GVariant> reply(g_dbus_connection_call_sync(
-      connection_.get(), kBus, kBusPath, interface, method, arguments, nullptr,
-      G_DBUS_CALL_FLAGS_NONE, LimitMilliseconds(), nullptr, &error));
-  error_.reset(error);
-  return reply;
+Owned<GVariant> BusWatch::Call(const char* interface, const char* method, GVariant* arguments) {
+  return CallBus(*connection_, interface, method, arguments, limit_seconds_, error_);
 }
 
 // Who is host already; what changes while this runs is seen later.
 void BusWatch::LearnOwners() {
-  const auto names = CallBus(kBus, "ListNames", nullptr);
+  const auto names = Call(kBusInterface, "ListNames", nullptr);
   if (names == nullptr || !g_variant_is_of_type(names.get(), G_VARIANT_TYPE("(as)"))) return;
   GVariantIter* iter = nullptr;
   const char* name = nullptr;
   g_variant_get(names.get(), "(as)", &iter);
   while (g_variant_iter_next(iter, "&s", &name)) {
     if (std::strncmp(name, "org.zarnet.", 11) != 0) continue;
-    const auto owner = CallBus(kBus, "GetNameOwner", g_variant_new("(s)", name));
+    const auto owner = Call(kBusInterface, "GetNameOwner", g_variant_new("(s)", name));
     if (owner == nullptr || !g_variant_is_of_type(owner.get(), G_VARIANT_TYPE("(s)"))) continue;
     const char* who = nullptr;
     g_variant_get(owner.get(), "(&s)", &who);
@@ -193,8 +159,8 @@ std::string BusWatch::BecomeMonitor() {
   g_variant_builder_add(&rules, "s",
                         "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged'");
   g_variant_builder_add(&rules, "s", "path_namespace='/org/zarnet'");
-  if (CallBus("org.freedesktop.DBus.Monitoring", "BecomeMonitor",
-              g_variant_new("(asu)", &rules, 0U)) != nullptr) {
+  if (Call("org.freedesktop.DBus.Monitoring", "BecomeMonitor",
+           g_variant_new("(asu)", &rules, 0U)) != nullptr) {
     return {};
   }
   return Failure("the bus does not let this user watch it (root may, and the bus's own user)");

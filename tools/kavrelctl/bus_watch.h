@@ -34,17 +34,10 @@ class BusWatch {
   bool IsLost() const { return lost_; }
 
  private:
-  /// An asynchronous call of GIO that is waited for.
-  struct Waiting {
-    Owned<GAsyncResult> result;
-    static void Done(GObject* source, GAsyncResult* result, void* waiting);
-  };
-
   std::string Connect();
   void LearnOwners();
   std::string BecomeMonitor();
-  Owned<GVariant> CallBus(const char* interface, const char* method, GVariant* arguments);
-  int LimitMilliseconds() const;
+  Owned<GVariant> Call(const char* interface, const char* method, GVariant* arguments);
   std::string Failure(const char* what) const;
   static void OnClosed(GDBusConnection* connection, gboolean vanished, GError* error,
                        gpointer watch);
