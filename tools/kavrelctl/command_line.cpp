@@ -42,6 +42,10 @@ void AddConnectionOptions(CLI::App& command, Settings& settings) {
       ->check(Check(&kavrel_programs::AppIdMistake))
       ->capture_default_str()
       ->group("Connection");
+  AddTimeoutOption(command, settings);
+}
+
+void AddTimeoutOption(CLI::App& command, Settings& settings) {
   command
       .add_option("--timeout", settings.timeout_seconds,
                   "Limit of connecting, of sending and of the answer, in seconds; 0: none [10]")

@@ -24,6 +24,8 @@ struct CommandLine {
 
 /// Options of commands that talk to a viewer: --app-id, --timeout.
 void AddConnectionOptions(CLI::App& command, Settings& settings);
+/// Of those that wait for somebody else: --timeout.
+void AddTimeoutOption(CLI::App& command, Settings& settings);
 /// Options of commands that print answers: --json, --verbose.
 void AddOutputOptions(CLI::App& command, Settings& settings);
 

@@ -23,7 +23,7 @@ void AddDoctorCommand(CommandLine& line) {
       R"(Looks at directories, the state store, what killed processes have left, the bus and its policy, and
 fonts. Changes nothing. Ends with 0 when there is no problem, else with 1. Example:
   kavrelctl doctor)");
-  AddConnectionOptions(*command, line.settings);
+  AddTimeoutOption(*command, line.settings);
   AddOutputOptions(*command, line.settings);
   command->callback([&line] { line.action = [&line] { return RunDoctor(line.settings); }; });
 }

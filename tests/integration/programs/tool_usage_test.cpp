@@ -118,6 +118,12 @@ INSTANTIATE_TEST_SUITE_P(
                    "--app-id: \"a\\x1b[2J\\x0a\"" + kNotAnId,
                    "kavrelctl call get-window-size",
                    ""},
+        WrongUsage{"DoctorOfOneViewer",
+                   {"doctor", "--app-id", "org.other"},
+                   "\"--app-id\" is no option of kavrelctl doctor; a value that begins with a dash "
+                   "goes behind \"--\"",
+                   "kavrelctl doctor",
+                   ""},
         WrongUsage{"BadTimeout",
                    {"call", "get-window-size", "--timeout", "-1"},
                    "--timeout: \"-1\" is not a number of seconds from 0 (no limit) to 86400",
