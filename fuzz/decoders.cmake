@@ -46,6 +46,7 @@ kavrel_decoder(reply LIBRARIES kavrel_request_model)
 
 kavrel_decoder(control
   SOURCES ${PROJECT_SOURCE_DIR}/apps/common/control_protocol.cpp
+          ${PROJECT_SOURCE_DIR}/apps/common/printable.cpp
   LIBRARIES kavrel_byte_port
   INCLUDES ${PROJECT_SOURCE_DIR}/apps/common)
 

@@ -6,12 +6,14 @@
 #include <iterator>
 #include <memory>
 
+#include "printable.h"
+
 namespace kavrel_programs {
 namespace {
 
 // A parcel holds 1 MiB, a port keeps 4 MiB for a client that is slow to read.
-constexpr std::size_t kLongestPart = 512 * 1024;
-constexpr std::size_t kLongestReply = 3 * 1024 * 1024;
+constexpr std::size_t kLongestPart = std::size_t{512} * 1024;
+constexpr std::size_t kLongestReply = std::size_t{3} * 1024 * 1024;
 constexpr int kMostParts = kLongestReply / kLongestPart + 1;
 constexpr std::size_t kLongestKey = 64;
 
@@ -58,7 +60,9 @@ std::string KeyMistake(const std::string& text) {
   };
   const bool valid =
       !text.empty() && text.size() <= kLongestKey && std::all_of(text.begin(), text.end(), allowed);
-  return valid ? "" : '"' + text + "\" is not a key (1 to 64 letters, digits, '_', '-' and '+')";
+  return valid ? ""
+               : '"' + Printable(text, kLongestKey) +
+                     "\" is not a key (1 to 64 letters, digits, '_', '-' and '+')";
 }
 
 std::string KeyDeviceList() {
@@ -105,7 +109,7 @@ std::optional<std::string> ControlParcel::ReadText() const {
   char* text = nullptr;
   if (rpc_port_parcel_read_string(handle_, &text) != 0 || text == nullptr) return std::nullopt;
   const std::unique_ptr<char, FreeText> owned(text);
-  return owned.get();
+  return std::string(owned.get());
 }
 
 std::optional<int> ControlParcel::Sequence() const {

@@ -29,7 +29,7 @@ bool Decode(const Bytes& bytes) {
 }
 
 TEST(ScenarioDecoder, TakesItsSeeds) {
-  EXPECT_EQ(Seeds().size(), 9U);
+  EXPECT_EQ(Seeds().size(), 10U);
   // Every step, JSON, and lines that end as on another system; the names of the others begin so.
   EXPECT_EQ(std::ranges::count_if(Seeds(), Decode), 3);
   EXPECT_EQ(std::ranges::count_if(Seeds("bad"), Decode), 0);

@@ -115,6 +115,10 @@ const Wrong kWrong[] = {
     {"{set: pip_focus, to: x}",
      "pip_focus: \"x\" is not a whole number from -2147483648 to 2147483647"},
     {"{key: 'a b'}", R"(key: "a b" is not a key (1 to 64 letters, digits, '_', '-' and '+'))"},
+    {R"({key: "\e[2J0123456789012345678901234567890123456789012345678901234567890123456789"})",
+     "key: \"\\x1b[2J012345678901234567890123456789012345678901234567890123456789...\" is not a "
+     "key "
+     "(1 to 64 letters, digits, '_', '-' and '+')"},
     {"{key: a, action: pres}",
      R"(action: "pres" is none of tap, press, release; did you mean press?)"},
     {"{key: a, device: moon}", R"(device: "moon" is none of ir, panel, sr, vr, other)"},
