@@ -21,12 +21,8 @@ bool EqualsText(const ordered_json& value, const ordered_json& text) {
   return value.is_primitive() && value.dump() == text.get_ref<const std::string&>();
 }
 
-std::string Seen(const ordered_json& value) {
-  return value.is_string() ? QuotedValue(value.get_ref<const std::string&>()) : value.dump();
-}
-
 std::string At(const std::string& path, const ordered_json& value) {
-  return (path.empty() ? "" : path + ' ') + Seen(value);
+  return (path.empty() ? "" : path + ' ') + QuotedText(value);
 }
 
 /// Checks one condition; the answers of the viewer may be anything that is JSON.
@@ -38,7 +34,7 @@ class Checker {
     std::string failure;
     const auto value = ReadProperty(*condition.property, failure);
     if (!value) return Failed(failure);
-    const std::string seen = value->is_null() ? "no value" : Seen(*value);
+    const std::string seen = value->is_null() ? "no value" : QuotedText(*value);
     return {*value == condition.value, std::string(condition.property->name) + ' ' + seen, {}};
   }
 
@@ -106,7 +102,7 @@ class Checker {
     const bool holds = std::any_of(texts.begin(), texts.end(), [&](const ordered_json& text) {
       return text.get<std::string>().find(*condition.text) != std::string::npos;
     });
-    return {holds, condition.name + " with " + Seen(texts), {}};
+    return {holds, condition.name + " with " + QuotedText(texts), {}};
   }
 
   ControlConnection* control_;

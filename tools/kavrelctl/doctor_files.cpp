@@ -12,6 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "descriptor.h"
 #include "doctor.h"
 #include "properties.h"
 
@@ -21,17 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kSystems = "the system's platform services know where; not looked at";
-
-/// Owns one descriptor.
-struct Descriptor {
-  explicit Descriptor(int number) : fd(number) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() {
-    if (fd >= 0) ::close(fd);
-  }
-  int fd;
-};
 
 std::string Octal(mode_t mode) {
   char text[8];
@@ -97,7 +87,7 @@ Finding CheckStoreFiles(const std::string& about, const std::string& directory) 
             "let this user read it, or name another directory"};
   }
   if (error) return {about, Health::kOk, "nothing kept yet", ""};
-  constexpr std::uintmax_t kMuch = 48U * 1024 * 1024;
+  constexpr std::uintmax_t kMuch = std::uintmax_t{48} * 1024 * 1024;
   if (largest > kMuch) {
     return {about, Health::kWarning,
             values.string() + " has a file of " + std::to_string(largest >> 20U) +
@@ -173,10 +163,6 @@ Finding Leftovers(const std::string& about, const std::vector<std::string>& dead
           "rm " + list};
 }
 
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 }  // namespace
 
 std::vector<Finding> CheckDirectories(const Paths& paths) {
@@ -215,7 +201,7 @@ std::vector<Finding> CheckLeftovers(const Paths& paths) {
   }
   const auto is_dead_event = [](const fs::path& path) {
     const std::string name = path.filename();
-    return name.rfind("kavrel", 0) == 0 && EndsWith(name, "_ready") && IsOurs(path, S_IFREG) &&
+    return name.starts_with("kavrel") && name.ends_with("_ready") && IsOurs(path, S_IFREG) &&
            IsDeadEvent(path);
   };
   findings.push_back(

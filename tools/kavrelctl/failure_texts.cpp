@@ -23,4 +23,8 @@ std::string SilenceText(const Settings& settings) {
   return "it does not answer (limit " + LimitText(settings) + ')' + kWaitLonger;
 }
 
+std::string LostText(const Settings& settings) {
+  return ViewerName(settings) + " is lost: it ended the connection";
+}
+
 }  // namespace kavrelctl

@@ -19,6 +19,9 @@ extern const char* const kWaitLonger;
 /// "it does not answer (limit 10 s); ..."
 std::string SilenceText(const Settings& settings);
 
+/// `the viewer "org.zarnet.kavrel" is lost: ...`: it was there, and has gone.
+std::string LostText(const Settings& settings);
+
 /// Why a viewer that is there cannot be used.
 extern const char* const kNotPermitted;
 

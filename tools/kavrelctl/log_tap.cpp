@@ -34,6 +34,16 @@ int Record(int priority, const char* tag, const char* format, std::va_list argum
   return size;
 }
 
+// Nothing may leave the log service's functions but a number.
+int RecordOrDrop(int priority, const char* tag, const char* format,
+                 std::va_list arguments) noexcept {
+  try {
+    return Record(priority, tag, format, arguments);
+  } catch (...) {
+    return -ENOMEM;
+  }
+}
+
 }  // namespace
 
 // Never destroyed: libraries may log while the program exits.
@@ -71,16 +81,11 @@ std::vector<LogLine> LogTap::TakeErrors() {
 
 }  // namespace kavrelctl
 
-// The log service's functions, as dlog.h declares them. Nothing may leave them but a number.
+// The log service's functions, as dlog.h declares them.
 int dlog_print(int priority, const char* tag, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  int result = -ENOMEM;
-  try {
-    result = kavrelctl::Record(priority, tag, format, arguments);
-  } catch (...) {
-    // A line that does not fit into memory is lost.
-  }
+  const int result = kavrelctl::RecordOrDrop(priority, tag, format, arguments);
   va_end(arguments);
   return result;
 }
@@ -88,12 +93,7 @@ int dlog_print(int priority, const char* tag, const char* format, ...) {
 int __dlog_print(int /*buffer*/, int priority, const char* tag, const char* format, ...) {
   std::va_list arguments;
   va_start(arguments, format);
-  int result = -ENOMEM;
-  try {
-    result = kavrelctl::Record(priority, tag, format, arguments);
-  } catch (...) {
-    // As above.
-  }
+  const int result = kavrelctl::RecordOrDrop(priority, tag, format, arguments);
   va_end(arguments);
   return result;
 }

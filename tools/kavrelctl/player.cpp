@@ -3,12 +3,12 @@
 #include <glib.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <utility>
 
 #include "call.h"
 #include "condition_check.h"
 #include "failure_texts.h"
-#include "method_names.h"
 #include "properties.h"
 #include "scenario_conditions.h"
 #include "scenario_fields.h"
@@ -112,10 +112,6 @@ double SecondsSince(gint64 begin) {
 
 }  // namespace
 
-std::string Player::LostText() const {
-  return ViewerName(settings_) + " is lost: it ended the connection";
-}
-
 std::optional<std::string> Player::Connect() {
   if (auto failure = viewer_.Connect()) return failure;
   auto failure = control_.Connect();
@@ -181,7 +177,7 @@ StepOutcome Player::WaitUntilCarriedOut(const CallAction& call) {
     return IsLost() || std::any_of(calls_.begin(), calls_.end(), is_it);
   };
   const bool in_time = WaitUntil({PatienceSeconds(settings_), false}, is_carried_out);
-  if (IsLost()) return Lost(LostText());
+  if (IsLost()) return Lost(LostText(settings_));
   if (in_time) return {};
   return Lost(ViewerName(settings_) + " has not carried it out within " + LimitText(settings_) +
               kWaitLonger);
@@ -201,7 +197,7 @@ StepOutcome Player::SendKey(const KeyAction& key, bool released) {
   request.device = key.device;
   const auto answer = control_.Ask(request);
   if (const auto* failure = std::get_if<ControlFailure>(&answer)) {
-    return Lost(IsLost() ? LostText() : failure->message);
+    return Lost(IsLost() ? LostText(settings_) : failure->message);
   }
   StepOutcome outcome;
   const auto taken = ordered_json::parse(std::get<std::string>(answer), nullptr, false);
@@ -235,7 +231,7 @@ StepOutcome Player::Do(const WaitAction& wait) {
     return verdict.holds || !verdict.failure.empty();
   };
   WaitUntil({wait.within_seconds, HasNoEvents(wait.condition)}, is_over);
-  if (IsLost()) return Lost(LostText());
+  if (IsLost()) return Lost(LostText(settings_));
   if (!verdict.failure.empty()) return Failed(verdict.failure);
   char limit[32];
   (void)std::snprintf(limit, sizeof limit, " within %g s", wait.within_seconds);
@@ -248,7 +244,8 @@ StepOutcome Player::Do(const WaitAction& wait) {
 
 StepOutcome Player::Do(const ExpectAction& expect) {
   const Verdict verdict = Check(expect.condition, has_control_ ? &control_ : nullptr);
-  if (!verdict.failure.empty()) return IsLost() ? Lost(LostText()) : Failed(verdict.failure);
+  if (!verdict.failure.empty())
+    return IsLost() ? Lost(LostText(settings_)) : Failed(verdict.failure);
   StepOutcome outcome;
   outcome.holds = verdict.holds;
   outcome.expected = Describe(expect.condition);

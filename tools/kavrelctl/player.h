@@ -40,7 +40,6 @@ class Player {
   StepOutcome SendKey(const KeyAction& key, bool released);
   StepOutcome WaitUntilCarriedOut(const CallAction& call);
   bool IsLost() const { return has_control_ && control_.IsLost(); }
-  std::string LostText() const;
 
   const Scenario& scenario_;
   const Settings& settings_;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <iterator>
 #include <memory>
 
 #include "arguments.h"
@@ -14,8 +13,6 @@
 namespace kavrelctl {
 namespace {
 
-using kavrel::app_api::ItemType;
-using kavrel::state::kProperties;
 using kavrel::state::PropertyInfo;
 using kavrel::state::PropertyType;
 using nlohmann::ordered_json;

@@ -188,7 +188,7 @@ int Recorder::Run() {
 
 bool Recorder::IsOver() {
   if (control_.IsLost() && failure_.empty()) {
-    failure_ = ViewerName(settings_) + " is lost: it ended the connection";
+    failure_ = LostText(settings_);
   }
   if (!file_.IsGood() && failure_.empty()) {
     failure_ = file_.HasReader() ? "cannot write \"" + arguments_.file + '"' : "nobody reads";

@@ -131,10 +131,6 @@ BannerCondition ReadBanner(const YamlNode& node) {
   return banner;
 }
 
-std::string QuotedText(const ordered_json& value) {
-  return value.is_string() ? QuotedValue(value.get_ref<const std::string&>()) : value.dump();
-}
-
 struct Describer {
   std::string operator()(const PropertyCondition& condition) const {
     return std::string(condition.property->name) + ' ' + QuotedText(condition.value);

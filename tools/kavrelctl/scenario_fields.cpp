@@ -21,6 +21,10 @@ std::string QuotedValue(const std::string& value) {
   return '"' + kavrel_programs::Printable(value, kLongest) + '"';
 }
 
+std::string QuotedText(const nlohmann::ordered_json& value) {
+  return value.is_string() ? QuotedValue(value.get_ref<const std::string&>()) : value.dump();
+}
+
 std::string Listed(const std::vector<std::string>& words) {
   std::string list;
   for (const std::string& word : words) list += (list.empty() ? "" : ", ") + word;

@@ -1,6 +1,7 @@
 // Fields of maps in a scenario, each mistake with its line, its value and what is allowed.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -10,6 +11,9 @@ namespace kavrelctl {
 
 /// `"tune"` for people, cut where it is long.
 std::string QuotedValue(const std::string& value);
+
+/// A text as QuotedValue() does, anything else as JSON.
+std::string QuotedText(const nlohmann::ordered_json& value);
 
 /// "a, b, c"
 std::string Listed(const std::vector<std::string>& words);

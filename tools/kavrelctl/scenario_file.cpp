@@ -8,26 +8,15 @@
 #include <cerrno>
 #include <cstring>
 
+#include "descriptor.h"
 #include "scenario_reader.h"
 
 namespace kavrelctl {
 namespace {
 
-/// Owns one descriptor.
-struct File {
-  explicit File(const std::string& path)
-      : fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {}
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
-  ~File() {
-    if (fd >= 0) ::close(fd);
-  }
-  int fd;
-};
-
 // Empty when all could be read; no more than is needed to see that it is too large.
 std::string Read(const std::string& path, std::string& text) {
-  const File file(path);
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   struct stat status {};
   if (file.fd < 0 || ::fstat(file.fd, &status) != 0) return std::strerror(errno);
   if (!S_ISREG(status.st_mode)) return "it is no ordinary file";
