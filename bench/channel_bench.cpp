@@ -27,6 +27,7 @@
 #include "measure.h"
 #include "private_bus.h"
 #include "sd_bus_handshake.h"
+#include "shared.h"
 #include "table.h"
 
 namespace {
@@ -48,6 +49,7 @@ using kavrel_bench::Row;
 using kavrel_bench::Samples;
 using kavrel_bench::SdBusCaller;
 using kavrel_bench::SdBusEnd;
+using kavrel_bench::Signal;
 using kavreldbus::CBaseDbus;
 using kavreldbus::CHostDbus;
 using kavreldbus::CPluginDbus;
@@ -72,20 +74,6 @@ CMessage FourPairs() {
   return message;
 }
 
-struct ReadyPipe {
-  ReadyPipe() {
-    if (pipe(ends.data()) != 0) throw std::runtime_error("no pipe");
-  }
-  void Tell() const {
-    if (write(ends[1], "x", 1) != 1) std::abort();
-  }
-  void Wait() const {
-    char byte = 0;
-    if (read(ends[0], &byte, 1) != 1) std::abort();
-  }
-  std::array<int, 2> ends{};
-};
-
 void RunLoop() {
   g_main_loop_run(g_main_loop_new(nullptr, FALSE));
 }
@@ -97,7 +85,7 @@ void IterateUntil(const Done& done) {
 
 // ---- Who answers
 
-void ServeChannel(const ReadyPipe& ready) {
+void ServeChannel(const Signal& ready) {
   CPluginDbus end(kHost, kPlugin);
   end.SetPluginDubsMsgCB([](CMessage&) { return true; });
   ready.Tell();
@@ -207,9 +195,9 @@ struct FirstEnds {
   explicit FirstEnds(MakeEnd<End> function) : make(function) {}
 
   MakeEnd<End> make;
-  ReadyPipe wanted;
-  ReadyPipe made;
-  ReadyPipe ready;
+  Signal wanted;
+  Signal made;
+  Signal ready;
   Child process{[this] { Serve(); }};
 
   void Serve() const {
@@ -298,7 +286,7 @@ void PrintRecords() {
     MessageCodec::Decode(small_body.get(), message, problem);
   });
   CMessage large;
-  large.AddValue("value", std::string(1024 * 1024, 'x').c_str());
+  large.AddValue("value", std::string(std::size_t{1024} * 1024, 'x').c_str());
   const glib::Variant large_body = MessageCodec::Encode(large, problem);
   PrintRecordRow("encode, one value of 1 MiB", 50, [&] { MessageCodec::Encode(large, problem); });
   PrintRecordRow("decode, one value of 1 MiB", 50, [&] {
@@ -309,9 +297,9 @@ void PrintRecords() {
 
 /// The processes at the other ends, made before this one has a second thread.
 struct Processes {
-  ReadyPipe bare_ready;
-  ReadyPipe channel_ready;
-  ReadyPipe sd_bus_ready;
+  Signal bare_ready;
+  Signal channel_ready;
+  Signal sd_bus_ready;
   FirstEnds<BareEnd> bare_ends{&MakeBareEnd};
   FirstEnds<CPluginDbus> plugin_ends{&MakePluginEnd};
   FirstEnds<SdBusEnd> sd_bus_ends{&MakeSdBusEnd};

@@ -7,21 +7,12 @@
 
 #include <atomic>
 #include <memory>
-#include <new>
 #include <stdexcept>
 
 #include "measure.h"
+#include "shared.h"
 
 namespace kavrel_bench {
-
-/// Memory that the processes which are forked from now on have in common.
-template <class T>
-T* MakeShared() {
-  void* const memory =
-      mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (memory == MAP_FAILED) throw std::bad_alloc();
-  return new (memory) T();
-}
 
 /// A kind of wake-up: a function that waits for ever, says when it does and calls `called` each
 /// time, and one that wakes everybody.

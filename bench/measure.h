@@ -39,6 +39,12 @@ inline int Samples(int full) {
   return Quick() ? std::max(1, full / 4) : full;
 }
 
+/// How many rounds are measured of `full` ones.
+inline int Rounds(int full) {
+  constexpr int kQuick = 3;
+  return Quick() ? std::min(full, kQuick) : full;
+}
+
 /// Runs a process (0: the calling one) on one processor from now on, and all it starts.
 inline void PinTo(int cpu, pid_t pid = 0) {
   cpu_set_t set;

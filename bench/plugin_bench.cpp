@@ -2,12 +2,11 @@
 // the same pairs on the same bus; and what the number of plug-ins costs the viewer. The plug-ins of
 // a host live in one process, as do the receivers of bare messages.
 #include <gio/gio.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <array>
 #include <atomic>
+#include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -21,6 +20,7 @@
 #include "legacy/ViewerPlugin.h"
 #include "measure.h"
 #include "private_bus.h"
+#include "shared.h"
 #include "table.h"
 #include "temporary_directory.h"
 
@@ -55,31 +55,19 @@ std::string KeyName(int plugin, int key) {
 // Where a receiver notes when the last event reached it. Shared by all processes.
 class Arrival {
  public:
-  Arrival() {
-    void* const memory = ::mmap(nullptr, sizeof(std::atomic<Clock::rep>), PROT_READ | PROT_WRITE,
-                                MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED || ::pipe(ends_.data()) != 0) throw std::runtime_error("no memory");
-    time_ = new (memory) std::atomic<Clock::rep>(0);
-  }
-
   void Note() const {
     time_->store(Clock::now().time_since_epoch().count());
-    if (::write(ends_[1], "x", 1) != 1) std::abort();
+    signal_.Tell();
   }
-  void Wait(int events = 1) const {
-    char byte = 0;
-    for (int i = 0; i < events; ++i) {
-      if (::read(ends_[0], &byte, 1) != 1) std::abort();
-    }
-  }
+  void Wait(int events = 1) const { signal_.Wait(events); }
   double MicrosecondsAfter(Clock::time_point start) const {
     const Clock::time_point arrived{Clock::duration(time_->load())};
     return std::chrono::duration<double, std::micro>(arrived - start).count();
   }
 
  private:
-  std::atomic<Clock::rep>* time_;
-  std::array<int, 2> ends_{};
+  std::atomic<Clock::rep>* const time_ = kavrel_bench::MakeShared<std::atomic<Clock::rep>>();
+  kavrel_bench::Signal signal_;
 };
 
 // ---- Receivers, a process each

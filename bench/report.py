@@ -32,14 +32,18 @@ FLAT = 1.5  # a cost is flat when no figure is more than so many times the first
 STRAIGHT = 0.3  # and straight when no figure is further from the line than this part of itself
 
 
+def key_of(row):
+    return row["family"], row["table"], row["row"], row.get("size")
+
+
 def read_rows(path):
-    """The rows of one run by family, table, row and size; the order of the file is kept."""
+    """The rows of one run by key_of; the order of the file is kept."""
     rows = {}
     with open(path, encoding="utf-8") as file:
         for line in file:
             row = json.loads(line)
             row.setdefault("family", "other")
-            rows[(row["family"], row["table"], row["row"], row.get("size"))] = row
+            rows[key_of(row)] = row
     return rows
 
 
@@ -217,9 +221,12 @@ def machine():
     with open("/proc/cpuinfo", encoding="utf-8") as file:
         models = [line.split(":", 1)[1].strip() for line in file if line.startswith("model name")]
     compiler = subprocess.run(["c++", "--version"], capture_output=True, text=True, check=False).stdout
-    lines = [f"{platform.system()} {platform.release()}, {os.cpu_count()} cores, {models[0] if models else 'unknown processor'}",
-             compiler.splitlines()[0] if compiler else "no compiler"]
-    return lines, [f"{package} {installed_version(package)}" for package in PACKAGES]
+    return [f"{platform.system()} {platform.release()}, {os.cpu_count()} cores, {models[0] if models else 'unknown processor'}",
+            compiler.splitlines()[0] if compiler else "no compiler"]
+
+
+def versions():
+    return [f"{package} {installed_version(package)}" for package in PACKAGES]
 
 
 def plot_bars(axis, table, rows):
@@ -288,13 +295,13 @@ LIMIT_HEADS = ["", "figure", "at most", "ours", "theirs", "ratio", ""]
 
 
 def print_report(tables, second, limits, growth):
-    for line in machine()[0]:
+    for line in machine():
         print(line)
     for (family, table), rows in tables:
         heads = heads_of(rows)
         heads[0] = f"[{family}] {table}"
         print()
-        print_columns(heads, [cells_of(rows, row, second.get((family, table, row["row"], row.get("size"))))
+        print_columns(heads, [cells_of(rows, row, second.get(key_of(row)))
                               for row in rows])
     print("\nGrowth")
     for cells in growth_cells(growth, limits.explanations):
@@ -306,12 +313,11 @@ def print_report(tables, second, limits, growth):
 
 
 def markdown_report(tables, second, limits, growth, pictures):
-    lines, versions = machine()
     text = ["# What it costs", "",
             "Written by `scripts/bench`. Rows of a table were measured in turns in one run: medians over its rounds, in "
             "microseconds where nothing else stands; *limit* is what ours is made of, *peer* what a program could take "
             "instead. *CPU us* is the processor time of all processes together, each time. *2nd run* says how far a second "
-            "run's median was from the first.", "", *(f"- {line}" for line in lines), "- " + ", ".join(versions), "",
+            "run's median was from the first.", "", *(f"- {line}" for line in machine()), "- " + ", ".join(versions()), "",
             "## Wanted", "", markdown_table(LIMIT_HEADS, [limit_cells(result) for result in limits.results]), "",
             "## Growth", "",
             markdown_table(["", "shape", "p50 us by size", "why"], growth_cells(growth, limits.explanations))]
@@ -320,7 +326,7 @@ def markdown_report(tables, second, limits, growth, pictures):
         if family != family_before:
             text += ["", f"## {family}", ""] + ([f"![{family}]({family}.svg)"] if family in pictures else [])
             family_before = family
-        cells = [cells_of(rows, row, second.get((family, table, row["row"], row.get("size")))) for row in rows]
+        cells = [cells_of(rows, row, second.get(key_of(row))) for row in rows]
         text += ["", f"### {table}", "", markdown_table(heads_of(rows), cells)]
     return "\n".join(text) + "\n"
 

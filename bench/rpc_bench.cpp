@@ -206,34 +206,33 @@ std::vector<Row> RowsOf(Services& services, void (*measure)(Row&, Service&)) {
   return rows;
 }
 
-void TwoWay(kavrel_test::PrivateBus& bus) {
+using RunTable = void (*)(const std::string& title, std::vector<Row> rows, int rounds);
+
+/// The same with both processes on one core, and with two that are kept awake.
+void OnOneCoreAndOnTwo(kavrel_test::PrivateBus& bus, bool (*wanted)(const Peer&), RunTable run,
+                       void (*measure)(Row&, Service&), const std::array<const char*, 2>& titles) {
   PinTo(0);
   {
-    Services services(bus, 0, IsNoStream);
+    Services services(bus, 0, wanted);
     services.Connect(1);
-    kavrel_bench::RunLatencyTable("Two-way call, both processes on one core",
-                                  RowsOf(services, MeasureCalls), kRounds);
+    run(titles[0], RowsOf(services, measure), kRounds);
   }
   const KeptAwake awake(2);
-  Services services(bus, 1, IsNoStream);
+  Services services(bus, 1, wanted);
   services.Connect(1);
-  kavrel_bench::RunLatencyTable("Two-way call, two cores kept awake",
-                                RowsOf(services, MeasureCalls), kRounds);
+  run(titles[1], RowsOf(services, measure), kRounds);
+}
+
+void TwoWay(kavrel_test::PrivateBus& bus) {
+  OnOneCoreAndOnTwo(
+      bus, IsNoStream, kavrel_bench::RunLatencyTable, MeasureCalls,
+      {"Two-way call, both processes on one core", "Two-way call, two cores kept awake"});
 }
 
 void OneWay(kavrel_test::PrivateBus& bus) {
-  PinTo(0);
-  {
-    Services services(bus, 0, IsNoPacket);
-    services.Connect(1);
-    kavrel_bench::RunRateTable("One-way calls (int and two 16-byte strings), one core",
-                               RowsOf(services, MeasureOneWay), kRounds);
-  }
-  const KeptAwake awake(2);
-  Services services(bus, 1, IsNoPacket);
-  services.Connect(1);
-  kavrel_bench::RunRateTable("One-way calls, two cores kept awake", RowsOf(services, MeasureOneWay),
-                             kRounds);
+  OnOneCoreAndOnTwo(bus, IsNoPacket, kavrel_bench::RunRateTable, MeasureOneWay,
+                    {"One-way calls (int and two 16-byte strings), one core",
+                     "One-way calls, two cores kept awake"});
 }
 
 /// Clients of one service, a process each.
@@ -307,18 +306,10 @@ void Growth(kavrel_test::PrivateBus& bus) {
 }
 
 // A field of /proc/<pid>/status, such as VmRSS in kB.
-long StatusField(pid_t pid, const char* field) {
-  std::FILE* file = std::fopen(("/proc/" + std::to_string(pid) + "/status").c_str(), "re");
-  if (file == nullptr) return -1;
-  std::array<char, 256> line{};
-  long value = -1;
-  while (std::fgets(line.data(), line.size(), file) != nullptr) {
-    if (std::strncmp(line.data(), field, std::strlen(field)) == 0) {
-      value = std::atol(line.data() + std::strlen(field) + 1);
-    }
-  }
-  std::fclose(file);
-  return value;
+long StatusField(pid_t pid, const std::string& field) {
+  const std::string status = kavrel_test::ReadFile("/proc/" + std::to_string(pid) + "/status");
+  const std::size_t at = status.find('\n' + field);
+  return at == std::string::npos ? -1 : std::atol(status.c_str() + at + 1 + field.size());
 }
 
 bool IsOurs(const Peer& peer) {

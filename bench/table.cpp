@@ -12,12 +12,10 @@ namespace kavrel_bench {
 namespace {
 
 void MeasureInTurns(std::vector<Row>& rows, int rounds) {
-  constexpr int kQuickRounds = 3;
-  const int wanted = Quick() ? std::min(rounds, kQuickRounds) : rounds;
   for (Row& row : rows) {
     if (!row.missing.empty()) row.measure = nullptr;
   }
-  for (int round = 0; round < wanted; ++round) {
+  for (int round = 0; round < Rounds(rounds); ++round) {
     for (Row& row : rows) {
       if (row.measure == nullptr) continue;
       try {

@@ -7,14 +7,15 @@
 #include <Ecore.h>
 #include <Ecore_Evas.h>
 #include <pepper-efl.h>
-#include <sys/mman.h>
 
+#include <array>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <utility>
 
 #include "measure.h"
+#include "shared.h"
 #include "table.h"
 #include "temporary_directory.h"
 #include "test_client.h"
@@ -311,8 +312,7 @@ void MeasureWeston(const Drawing& drawing, double seconds) {
 struct BareCopy {
   BareCopy(int number_of_window, std::uint32_t alpha) : window(number_of_window) {
     for (std::uint32_t*& source : sources) {
-      source = static_cast<std::uint32_t*>(
-          mmap(nullptr, kPixels * 4, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+      source = kavrel_bench::MakeShared<std::array<std::uint32_t, kPixels>>()->data();
       std::fill_n(source, kPixels, alpha | ColourOf(window, 0));
     }
     if (pipe(asked) != 0) std::abort();
@@ -484,10 +484,9 @@ int main(int argc, char** argv) {
     setenv(variable, directory.path().c_str(), 1);
   }
   setenv("EINA_LOG_LEVEL", "0", 1);
-  shared = static_cast<Shared*>(
-      mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  shared = kavrel_bench::MakeShared<Shared>();
   std::vector<Measurement> rows = Rows(argc > 1 ? std::atof(argv[1]) : 0.6);
-  for (int round = 0; round < (kavrel_bench::Quick() ? 3 : kRounds); ++round) {
+  for (int round = 0; round < kavrel_bench::Rounds(kRounds); ++round) {
     for (Measurement& row : rows) RunOnce(row);
   }
   Print(rows);

@@ -65,6 +65,7 @@ void ServeDirectly(const std::string& address, const std::function<void()>& read
   address.copy(path.sun_path, sizeof path.sun_path - 1);
   if (bind(listener, reinterpret_cast<const sockaddr*>(&path), sizeof path) != 0 ||
       listen(listener, SOMAXCONN) != 0) {
+    close(listener);
     throw std::runtime_error("cannot listen on " + address);
   }
   sd_event* event = nullptr;
