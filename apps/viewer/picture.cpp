@@ -31,9 +31,7 @@ Card CardOf(const Channel& channel) {
 Card CardOf(const Television& television) {
   if (television.is_on_channel()) return CardOf(television.channel());
   const Source& source = television.source();
-  std::string name = source.type;
-  if (!source.number.empty()) name += ' ' + source.number;
-  return {name, "", source.label.empty() ? "no label" : source.label, false};
+  return {Describe(source), "", source.label.empty() ? "no label" : source.label, false};
 }
 
 std::string TextOf(const Television& television, Banner banner, const std::string& otherwise) {

@@ -48,6 +48,10 @@ Channel PlainChannel(const std::string& number) {
 
 }  // namespace
 
+std::string Describe(const Source& source) {
+  return source.number.empty() ? source.type : source.type + ' ' + source.number;
+}
+
 const char* ActivityName(Activity activity) {
   switch (activity) {
     case Activity::kRunning:
@@ -72,10 +76,7 @@ void Television::ChangeSource(const std::string& type, const std::string& number
                               const std::string& label) {
   source_ = {type, number, label};
   on_channel_ = false;
-  std::string text = "source " + type;
-  if (!number.empty()) text += ' ' + number;
-  if (!label.empty()) text += " (" + label + ')';
-  Tell(Aspect::kSource, text);
+  Tell(Aspect::kSource, "source " + Describe(source_) + (label.empty() ? "" : " (" + label + ')'));
   ShowFreshPicture();
 }
 
@@ -120,15 +121,15 @@ void Television::TunePrevious() {
 
 void Television::SelectNextSource() {
   const auto& inputs = Inputs();
-  const auto now = on_channel_ ? inputs.end() : std::find(inputs.begin(), inputs.end(), source_);
-  if (!on_channel_ && (now == inputs.end() || now + 1 == inputs.end())) {
-    on_channel_ = true;
-    source_ = {channel_.source, "", ""};
-    Tell(Aspect::kSource, "source " + source_.type);
-    ShowFreshPicture();
+  auto next = inputs.begin();
+  if (!on_channel_) {
+    next = std::find(inputs.begin(), inputs.end(), source_);
+    if (next != inputs.end()) ++next;
+  }
+  if (next == inputs.end()) {
+    ShowChannel(Aspect::kSource, "source " + channel_.source);
   } else {
-    const Source& next = on_channel_ ? inputs.front() : *(now + 1);
-    ChangeSource(next.type, next.number, next.label);
+    ChangeSource(next->type, next->number, next->label);
   }
 }
 
@@ -138,9 +139,13 @@ void Television::TuneTo(Channel channel) {
     return;
   }
   previous_channel_ = std::exchange(channel_, std::move(channel));
+  ShowChannel(Aspect::kChannel, "channel " + Describe(channel_) + " on " + channel_.source);
+}
+
+void Television::ShowChannel(Aspect changed, const std::string& text) {
   on_channel_ = true;
   source_ = {channel_.source, "", ""};
-  Tell(Aspect::kChannel, "channel " + Describe(channel_) + " on " + channel_.source);
+  Tell(changed, text);
   ShowFreshPicture();
 }
 

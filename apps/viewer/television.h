@@ -44,6 +44,9 @@ struct Source {
   bool operator==(const Source&) const = default;
 };
 
+/// "HDMI 2"
+std::string Describe(const Source& source);
+
 /// What the viewer is doing; the numbers are those of CheckStateForVistane.
 enum class Activity { kRunning = 0, kLoading = 1, kNoSignal = 2, kLocked = 3, kPaused = 4 };
 
@@ -171,6 +174,7 @@ class Television {
  private:
   void TuneTo(Channel channel);
   void KeepKey(const std::string& key, bool keep);
+  void ShowChannel(Aspect changed, const std::string& text);
   void ShowFreshPicture();
   void SetSignal(bool present);
   void SetRatingLock(bool locked);

@@ -104,8 +104,11 @@ void Television::Command(const std::string& command, const std::string& argument
   if (command == "keep-key" || command == "leave-key") {
     KeepKey(argument, command == "keep-key");
   } else if (command == "pause") {
-    const auto paused = OnOrOff(argument);
-    paused ? SetPaused(*paused) : static_cast<void>(Refuse("pause is \"on\" or \"off\""));
+    if (const auto paused = OnOrOff(argument)) {
+      SetPaused(*paused);
+    } else {
+      Refuse("pause is \"on\" or \"off\"");
+    }
   } else if (command != "pip-focus") {
     PassOn("command " + Quoted(command) + ' ' + Quoted(argument));
   } else if (argument == "main") {
@@ -120,10 +123,12 @@ void Television::Command(const std::string& command, const std::string& argument
 
 void Television::DiscreteCommand(const std::string& command, const std::string& argument) {
   if (command == "analog-clean-view") {
-    const auto on = OnOrOff(argument);
-    if (on) analog_clean_view_ = *on;
-    on ? Tell(Aspect::kApplication, "clean view of analogue channels " + argument)
-       : static_cast<void>(Refuse("analog-clean-view is \"on\" or \"off\""));
+    if (const auto on = OnOrOff(argument)) {
+      analog_clean_view_ = *on;
+      Tell(Aspect::kApplication, "clean view of analogue channels " + argument);
+    } else {
+      Refuse("analog-clean-view is \"on\" or \"off\"");
+    }
   } else if (command != "teletext") {
     PassOn("discrete command " + Quoted(command) + ' ' + Quoted(argument));
   } else if (argument == "on" && services().teletext) {

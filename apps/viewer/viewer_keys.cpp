@@ -14,17 +14,20 @@ struct Use {
   Act act;
 };
 
+void ShowChannelBanner(Television& television) {
+  television.SetBanner(Banner::kChannel, true, {Describe(television.channel())});
+}
+
 bool StepChannel(Television& television, int step) {
   television.TuneNext(step);
-  television.SetBanner(Banner::kChannel, true, {Describe(television.channel())});
+  ShowChannelBanner(television);
   return true;
 }
 
 bool SwitchSource(Television& television) {
   television.SelectNextSource();
   const Source& source = television.source();
-  const std::string name = source.number.empty() ? source.type : source.type + ' ' + source.number;
-  television.SetBanner(Banner::kSource, true, {name, source.label});
+  television.SetBanner(Banner::kSource, true, {Describe(source), source.label});
   return true;
 }
 
@@ -92,8 +95,12 @@ bool IsDigit(const std::string& key) {
 
 // One digit tunes at once; 0 goes back to the channel before.
 void Tune(Television& television, const std::string& digit) {
-  digit == "0" ? television.TunePrevious() : television.Tune(digit, "", "");
-  television.SetBanner(Banner::kChannel, true, {Describe(television.channel())});
+  if (digit == "0") {
+    television.TunePrevious();
+  } else {
+    television.Tune(digit, "", "");
+  }
+  ShowChannelBanner(television);
 }
 
 }  // namespace
