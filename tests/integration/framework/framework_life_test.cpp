@@ -46,7 +46,8 @@ TEST_F(FrameworkLifeTest, PluginsComeBackToARestartedHost) {
     plain->Tell("quiet");
     plain->Tell("count");
     EXPECT_SAYS(*plain, "count ");
-    host->Tell("keys 1000 Red");
+    host->Tell("keys 10000 Red");
+    EXPECT_SAYS(*plain, "a key has come");
     host->process().Kill();
     // For the channel, and for the host's name.
     for (int told = 0; told < 2; ++told) {

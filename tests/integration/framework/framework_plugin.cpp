@@ -5,8 +5,8 @@
 // "join" on. Commands:
 //   keys KEY...   many COUNT   clear   exclusive KEY...   unexclusive KEY...   clearexclusive
 //   show   hide   enable WHAT   disable WHAT   send ASYNC KEY VALUE   window RRGGBB   close
-//   live COUNT (a whole life of a second plug-in, so many times)   quiet   talk   count
-//   join   leave
+//   live COUNT (a whole life of a second plug-in, so many times)   count   join   leave
+//   quiet (of keys it tells only that the next one has come)   talk
 #include <Ecore_Evas.h>
 #include <kavrel/KavrelAPI.h>
 
@@ -15,6 +15,7 @@
 #include <optional>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "framework_program.h"
 
@@ -24,13 +25,11 @@ using framework_program::Say;
 
 struct Listener : IKeyInputListener, IViewerStateChangeListener, IViewerMessageListener {
   bool OnKeyPressed(const std::string& keyName, int device) override {
-    ++keys;
-    if (talks) Say("pressed " + keyName + ' ' + std::to_string(device));
+    Count("pressed", keyName, device);
     return true;
   }
   bool OnKeyReleased(const std::string& keyName, int device) override {
-    ++keys;
-    if (talks) Say("released " + keyName + ' ' + std::to_string(device));
+    Count("released", keyName, device);
     return true;
   }
   void OnViewerStateChanged(int state) override { Say("state " + std::to_string(state)); }
@@ -44,8 +43,20 @@ struct Listener : IKeyInputListener, IViewerStateChangeListener, IViewerMessageL
     plugin.RegisterViewerMessageListener(this);
   }
 
+  void Talk(bool wanted) {
+    talks = wanted;
+    tells_next = !wanted;
+  }
+
+  void Count(const std::string& what, const std::string& key, int device) {
+    ++keys;
+    if (talks) Say(what + ' ' + key + ' ' + std::to_string(device));
+    if (std::exchange(tells_next, false)) Say("a key has come");
+  }
+
   int keys = 0;
   bool talks = true;
+  bool tells_next = false;
 };
 
 struct Program {
@@ -204,8 +215,7 @@ void Obey(const std::string& line) {
   if (command == "send") return Send(words);
   if (command == "close") return evas_object_del(the_program.window);
   if (command == "quiet" || command == "talk") {
-    the_program.listener.talks = command == "talk";
-    return;
+    return the_program.listener.Talk(command == "talk");
   }
   if (command == "count") return Say("count " + std::to_string(the_program.listener.keys));
   std::string what;
