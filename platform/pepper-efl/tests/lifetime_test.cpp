@@ -1,5 +1,4 @@
 // The ends of windows, clients, objects, root window and compositor, in every order.
-#include <dirent.h>
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -7,6 +6,7 @@
 #include <memory>
 #include <utility>
 
+#include "descriptors.h"
 #include "repetitions.h"
 #include "test_client.h"
 #include "test_host.h"
@@ -14,18 +14,11 @@
 namespace kavrel_pepper_test {
 namespace {
 
+using kavrel_test::OpenDescriptors;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr std::uint32_t kRed = 0xffc02010;
-
-int OpenDescriptors() {
-  int count = 0;
-  DIR* directory = ::opendir("/proc/self/fd");
-  while (::readdir(directory) != nullptr) ++count;
-  ::closedir(directory);
-  return count;
-}
 
 /// A client with one window, whose parts can be destroyed one by one. Main thread.
 struct LooseWindow {
@@ -220,7 +213,7 @@ TEST_F(Lifetime, RootWindowMayGoFirst) {
 }
 
 TEST_F(Lifetime, CompositorsComeAndGoWithoutTrace) {
-  int before = 0;
+  long before = 0;
   for (int cycle = 0; cycle < 20; ++cycle) {
     PassOn();
     {

@@ -12,11 +12,11 @@
 
 namespace {
 
-using kavrel_vconf_test::Loop;
+using kavrel_test::Loop;
 
 std::string Text(const char* key) {
   char* text = vconf_get_str(key);
-  const std::string copy = text != nullptr ? text : "(null)";
+  std::string copy = text != nullptr ? text : "(null)";
   std::free(text);
   return copy;
 }

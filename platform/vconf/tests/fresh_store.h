@@ -18,7 +18,7 @@ class FreshStoreTest : public testing::Test {
   static std::function<int()> Checked(const std::function<void()>& body) {
     return [body] {
       body();
-      ::fflush(nullptr);
+      (void)::fflush(nullptr);
       return testing::Test::HasFailure() ? 1 : 0;
     };
   }

@@ -18,12 +18,12 @@
 
 namespace {
 
+using kavrel_test::Loop;
 using kavrel_test::ReadFile;
 using kavrel_vconf::Environment;
 using kavrel_vconf::Transaction;
 using kavrel_vconf_test::Forked;
 using kavrel_vconf_test::FreshStoreTest;
-using kavrel_vconf_test::Loop;
 using kavrel_vconf_test::Repetitions;
 using kavrel_vconf_test::Shared;
 

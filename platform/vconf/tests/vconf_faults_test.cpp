@@ -57,7 +57,7 @@ bool IsRefused(int flags) {
 extern "C" {
 
 ssize_t pwrite(int fd, const void* bytes, size_t size, off_t offset) {
-  if (plan.stop_in_write > 0 && --plan.stop_in_write == 0) ::raise(SIGSTOP);
+  if (plan.stop_in_write > 0 && --plan.stop_in_write == 0) (void)::raise(SIGSTOP);
   return FailsNow() ? -1 : ::syscall(SYS_pwrite64, fd, bytes, size, offset);
 }
 
@@ -75,7 +75,7 @@ int ftruncate(int fd, off_t size) noexcept {
 
 ssize_t write(int fd, const void* bytes, size_t size) {
   if (plan.kill_in_wake && size == 1 && *static_cast<const char*>(bytes) == '!') {
-    ::raise(SIGKILL);
+    (void)::raise(SIGKILL);
   }
   return ::syscall(SYS_write, fd, bytes, size);
 }
@@ -147,9 +147,9 @@ int epoll_create1(int flags) noexcept {
 
 namespace {
 
+using kavrel_test::Loop;
 using kavrel_vconf_test::Forked;
 using kavrel_vconf_test::FreshStoreTest;
-using kavrel_vconf_test::Loop;
 using kavrel_vconf_test::Shared;
 
 int IntOf(const std::string& key) {
@@ -367,7 +367,9 @@ TEST_F(KilledInMidSet, StoredButNotNotified) {
         if (vconf_ext_unset("memory/kavrel_test/missing") != -ENOENT) return 1;
         if (leaves_child) {
           const pid_t pid = ::fork();
-          while (pid == 0) ::pause();
+          if (pid == 0) {
+            for (;;) ::pause();
+          }
           *child = pid;
         }
         plan.kill_in_wake = true;

@@ -26,7 +26,7 @@ TEST(Key, AcceptsTextsOfBothFamilies) {
 TEST(Key, RefusesEverythingElse) {
   EXPECT_FALSE(ParseKey(static_cast<const char*>(nullptr)));
   const std::string too_long = "db/" + std::string(kMaximumKeySize - 2, 'k');
-  const std::string huge = "db/" + std::string(10 * 1024, 'k');
+  const std::string huge = "db/" + std::string(std::size_t{10} * 1024, 'k');
   for (const std::string& text : {std::string(""),
                                   std::string("/"),
                                   std::string("a"),

@@ -112,7 +112,7 @@ std::string TextOf(int number) {
 int NumberInStore() {
   char* const text = vconf_get_str(kKey);
   if (text == nullptr) return -errno;
-  const int number = std::atoi(text);
+  const int number = std::stoi(text);
   const bool is_whole = TextOf(number) == text;
   std::free(text);
   return is_whole ? number : -1;

@@ -20,9 +20,9 @@
 
 namespace {
 
+using kavrel_test::Loop;
 using kavrel_vconf_test::Forked;
 using kavrel_vconf_test::FreshStoreTest;
-using kavrel_vconf_test::Loop;
 
 constexpr char kMemory[] = "memory/kavrel_test/value";
 constexpr char kDurable[] = "db/kavrel_test/value";
@@ -196,9 +196,9 @@ TEST_F(Limits, KeysAndTexts) {
     EXPECT_EQ(vconf_set_str(kMemory, (longest_text + 't').c_str()), -E2BIG);
     EXPECT_EQ(IntOf(kMemory), -ENOENT);
     for (const std::string& bad :
-         {longest_key + 'k', "memory/" + std::string(10 * 1024, 'k'), std::string("memory/../x"),
-          std::string(""), std::string("memory/"), std::string("file/x"),
-          std::string("memory/\xff")}) {
+         {longest_key + 'k', "memory/" + std::string(std::size_t{10} * 1024, 'k'),
+          std::string("memory/../x"), std::string(""), std::string("memory/"),
+          std::string("file/x"), std::string("memory/\xff")}) {
       int value = 0;
       EXPECT_EQ(vconf_set_int(bad.c_str(), 1), -EINVAL);
       EXPECT_EQ(vconf_get_int(bad.c_str(), &value), -EINVAL);
@@ -391,6 +391,7 @@ TEST_F(ForkTest, ForksWhileOtherThreadsAreInTheStore) {
   Run([] {
     std::atomic<bool> ends = false;
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int number = 0; number < 3; ++number) {
       threads.emplace_back([&, number] {
         const std::string key = std::string(kMemory) + std::to_string(number);

@@ -17,7 +17,7 @@
 
 namespace {
 
-using kavrel_vconf_test::Loop;
+using kavrel_test::Loop;
 
 constexpr char kKey[] = "memory/kavrel_test/watched";
 constexpr char kOther[] = "memory/kavrel_test/other";
@@ -408,6 +408,7 @@ TEST(WatchThreads, ManyThreadsGetSetAndWatchAtOnce) {
     ASSERT_EQ(vconf_ignore_key_changed(own.c_str(), Keep), 0);
   };
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int number = 0; number < kThreads; ++number) threads.emplace_back(run, number);
   for (std::thread& thread : threads) thread.join();
 }

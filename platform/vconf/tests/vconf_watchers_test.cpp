@@ -22,10 +22,10 @@
 
 namespace {
 
+using kavrel_test::Loop;
 using kavrel_vconf_test::Bell;
 using kavrel_vconf_test::Forked;
 using kavrel_vconf_test::FreshStoreTest;
-using kavrel_vconf_test::Loop;
 using kavrel_vconf_test::Repetitions;
 using kavrel_vconf_test::Shared;
 

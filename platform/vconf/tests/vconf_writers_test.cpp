@@ -18,8 +18,8 @@
 
 namespace {
 
+using kavrel_test::Loop;
 using kavrel_vconf_test::Forked;
-using kavrel_vconf_test::Loop;
 using kavrel_vconf_test::Repetitions;
 using kavrel_vconf_test::Shared;
 
@@ -34,7 +34,7 @@ std::string TextOf(int number) {
 int NumberOf(const char* key) {
   char* text = vconf_get_str(key);
   if (text == nullptr) return errno == ENOENT ? 0 : -1;
-  const int number = std::atoi(text);
+  const int number = std::stoi(text);
   const bool whole = TextOf(number) == text;
   std::free(text);
   return whole ? number : -2;
@@ -60,7 +60,7 @@ struct Seen {
 };
 
 void Note(keynode_t* node, void* user_data) {
-  static_cast<Seen*>(user_data)->number = std::atoi(vconf_keynode_get_str(node));
+  static_cast<Seen*>(user_data)->number = std::stoi(vconf_keynode_get_str(node));
 }
 
 class Writers : public testing::TestWithParam<std::string> {

@@ -10,11 +10,11 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <filesystem>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <utility>
+
+#include "descriptors.h"
 
 namespace framework_program {
 
@@ -33,8 +33,7 @@ inline std::string Show(const CMessage& message) {
 
 /// "DESCRIPTORS BYTES": what the process holds now.
 inline std::string Cost() {
-  const std::filesystem::directory_iterator open("/proc/self/fd");
-  return std::to_string(std::distance(begin(open), end(open))) + ' ' +
+  return std::to_string(kavrel_test::OpenDescriptors()) + ' ' +
          std::to_string(::mallinfo2().uordblks);
 }
 

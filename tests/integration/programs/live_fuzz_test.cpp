@@ -10,13 +10,13 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "decoder_seeds.h"
+#include "descriptors.h"
 #include "programs.h"
 #include "repetitions.h"
 
@@ -120,11 +120,7 @@ class LiveFuzz : public Programs {
     return kavrel_api_get_window_size(healthy_, size) && size != -1;
   }
 
-  long Descriptors() const {
-    const std::filesystem::directory_iterator files("/proc/" + std::to_string(viewer_->pid()) +
-                                                    "/fd");
-    return std::distance(begin(files), end(files));
-  }
+  long Descriptors() const { return OpenDescriptors(std::to_string(viewer_->pid())); }
 
   // When those who have gone are forgotten.
   long SettledDescriptors() const {

@@ -1,14 +1,15 @@
 // Clients that send what is no parcel, half a parcel, or more than parcels.
-#include <dirent.h>
 #include <malloc.h>
 
 #include <string>
 #include <vector>
 
+#include "descriptors.h"
 #include "hostile_test.h"
 
 namespace {
 
+using kavrel_test::OpenDescriptors;
 using rpc_test::Bytes;
 using rpc_test::CountLog;
 using rpc_test::FrameBuilder;
@@ -148,7 +149,7 @@ TEST_F(ParcelAttack, StatedSizesTakeNoMemory) {
     ASSERT_TRUE(client->main.Send(FrameBuilder().Size(1024 * 1024).Int(1).Build()));
   }
   ExpectOthersServed();
-  EXPECT_LT(in_use(), before + 1024 * 1024);
+  EXPECT_LT(in_use(), before + std::size_t{1024} * 1024);
 }
 
 TEST_F(ParcelAttack, CountsAreTheReadersToRefuse) {
@@ -168,21 +169,13 @@ TEST_F(ParcelAttack, CountsAreTheReadersToRefuse) {
   EXPECT_TRUE(counts.WaitUntil([&](const auto& all) { return all == sent; }));
 }
 
-std::size_t OpenDescriptors() {
-  std::size_t count = 0;
-  DIR* const directory = ::opendir("/proc/self/fd");
-  while (::readdir(directory) != nullptr) ++count;
-  ::closedir(directory);
-  return count;
-}
-
 class DescriptorAttack : public ParcelAttack, public testing::WithParamInterface<int> {};
 
 TEST_P(DescriptorAttack, IsDropped) {
   Start();
   RawClient client(runtime(), kName);
   ASSERT_TRUE(client.is_connected);
-  const std::size_t before = OpenDescriptors();
+  const long before = OpenDescriptors();
   ASSERT_TRUE(client.main.SendWithDescriptors(IntFrame(1), GetParam()));
   EXPECT_TRUE(client.main.WaitForHangUp());
   ASSERT_TRUE(service().WaitForEvent("disconnected " + client.instance));
@@ -197,7 +190,7 @@ INSTANTIATE_TEST_SUITE_P(Counts, DescriptorAttack, testing::Values(1, 16, 253));
 
 TEST_F(ParcelAttack, DescriptorsInAGreetingAreDropped) {
   Start();
-  const std::size_t before = OpenDescriptors();
+  const long before = OpenDescriptors();
   rpc_test::RawSocket socket(runtime(), kName);
   ASSERT_TRUE(socket.SendWithDescriptors(rpc_test::HelloBytes(rpc_test::kMagic, 1, 0, "raw"), 3));
   EXPECT_TRUE(socket.WaitForHangUp());

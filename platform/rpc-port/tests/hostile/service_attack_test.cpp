@@ -1,6 +1,5 @@
 // Services that answer wrongly, late, in pieces, for ever, or not at all; and what is not a
 // service.
-#include <dirent.h>
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -13,11 +12,13 @@
 #include <string>
 #include <thread>
 
+#include "descriptors.h"
 #include "fake_service.h"
 #include "hostile_test.h"
 
 namespace {
 
+using kavrel_test::OpenDescriptors;
 using rpc_test::AnswerBytes;
 using rpc_test::Bytes;
 using rpc_test::CountLog;
@@ -196,14 +197,6 @@ TEST_F(ServiceAttack, HalfAnswerAndHangUpIsAnEnd) {
   EXPECT_EQ(Receive(client.port()).result, -32);
 }
 
-std::size_t OpenDescriptors() {
-  std::size_t count = 0;
-  DIR* const directory = ::opendir("/proc/self/fd");
-  while (::readdir(directory) != nullptr) ++count;
-  ::closedir(directory);
-  return count;
-}
-
 TEST_F(ServiceAttack, DescriptorsNeverArrive) {
   const FakeService service(runtime(), kName, [this](FakeConnection& connection) {
     connection.ReadFrame();
@@ -212,7 +205,7 @@ TEST_F(ServiceAttack, DescriptorsNeverArrive) {
   });
   TestClient client(client_thread());
   ASSERT_EQ(client.ConnectSync(), 0);
-  const std::size_t before = OpenDescriptors();
+  const long before = OpenDescriptors();
   ASSERT_EQ(client.Send(1), 0);
   EXPECT_EQ(Receive(client.port()).parcel.sequence(), 77);
   EXPECT_EQ(OpenDescriptors(), before);

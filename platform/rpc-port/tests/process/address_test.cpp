@@ -1,7 +1,6 @@
 // Names, files and their modes.
 #include "address.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -137,15 +136,13 @@ TEST_F(Address, WhatLiesInTheWayIsNotFollowed) {
 TEST_F(Address, DescriptorsAreClosedOnExec) {
   Start();
   std::size_t sockets = 0;
-  DIR* const directory = ::opendir("/proc/self/fd");
-  while (const struct dirent* const entry = ::readdir(directory)) {
-    const int fd = std::atoi(entry->d_name);
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    const int fd = std::stoi(entry.path().filename());
     struct stat status {};
     if (fd < 3 || ::fstat(fd, &status) != 0 || !S_ISSOCK(status.st_mode)) continue;
     ++sockets;
     EXPECT_NE(::fcntl(fd, F_GETFD) & FD_CLOEXEC, 0) << fd;
   }
-  ::closedir(directory);
   EXPECT_GE(sockets, 5U);  // the listener and two pairs
 }
 
