@@ -9,7 +9,7 @@ namespace kavrel_fuzz {
 /// Ends the process when `holds` is false: a fuzzer keeps the input then, a test fails.
 inline void Expect(bool holds, const char* rule) {
   if (holds) return;
-  std::fprintf(stderr, "a decoder breaks its rule: %s\n", rule);
+  (void)std::fprintf(stderr, "a decoder breaks its rule: %s\n", rule);
   std::abort();
 }
 

@@ -31,7 +31,8 @@ class Recorder : public ServiceBase {
     const Answer answer = SampleAnswer(method);
     MethodCall& call = calls_.emplace_back(MethodCall{method.id, {}});
     std::size_t next = 0;
-    const auto take = [&]<class T>(std::type_identity<T> /*type*/, auto& argument) {
+    const auto take = [&](auto type, auto& argument) {
+      using T = typename decltype(type)::type;
       if constexpr (kavrel::app_api::kIsOutValue<T>) {
         argument = answer.out_values[next++];
       } else {

@@ -63,7 +63,8 @@ std::optional<Answer> CallWith(Proxy& proxy, R (Proxy::*operation)(P...)) {
   const auto each = [&](const auto& act) {
     std::apply([&](auto&... values) { (act(std::type_identity<P>(), values), ...); }, arguments);
   };
-  each([]<class T>(std::type_identity<T> /*type*/, auto& value) {
+  each([](auto type, auto& value) {
+    using T = typename decltype(type)::type;
     if constexpr (kavrel::app_api::kIsOutValue<T>) value = kUntouched;
   });
   Answer answer;
@@ -74,7 +75,8 @@ std::optional<Answer> CallWith(Proxy& proxy, R (Proxy::*operation)(P...)) {
   } catch (const proxy::InvalidProtocolException&) {
     is_answered = false;
   }
-  each([&]<class T>(std::type_identity<T> /*type*/, const auto& value) {
+  each([&](auto type, const auto& value) {
+    using T = typename decltype(type)::type;
     if constexpr (kavrel::app_api::kIsOutValue<T>) answer.out_values.push_back(value);
   });
   if (is_answered) return answer;

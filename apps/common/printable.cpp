@@ -12,7 +12,7 @@ std::string Printable(std::string_view text, std::size_t longest) {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 0x20 || byte == 0x7f || (before == 0xc2 && byte >= 0x80 && byte < 0xa0)) {
       char escaped[5];
-      std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
+      (void)std::snprintf(escaped, sizeof escaped, "\\x%02x", byte);
       printable += escaped;
     } else {
       printable += c;

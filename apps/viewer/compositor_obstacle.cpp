@@ -54,7 +54,7 @@ std::string CompositorObstacle() {
     return std::string("XDG_RUNTIME_DIR is not set; ") + kAdvice;
   }
   const std::string directory = variable;
-  const std::string obstacle = DirectoryObstacle(directory);
+  std::string obstacle = DirectoryObstacle(directory);
   if (!obstacle.empty()) return obstacle;
   if (IsServed(directory + kSocket)) {
     return "another viewer serves \"" + directory + kSocket +

@@ -177,7 +177,7 @@ ControlReply ControlPort::Screenshot() {
   const std::string png = EncodePng(window_.Capture());
   const std::unique_ptr<char, FreeText> text(
       g_base64_encode(reinterpret_cast<const guchar*>(png.data()), png.size()));
-  return {true, text.get()};
+  return {true, std::string(text.get())};
 }
 
 }  // namespace viewer

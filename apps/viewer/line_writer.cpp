@@ -31,8 +31,9 @@ LineWriter::Outcome LineWriter::Flush() {
     if (size >= 0) {
       pending_.erase(0, static_cast<std::size_t>(size));
     } else if (errno != EINTR && errno != EAGAIN) {
-      std::fprintf(stderr, "kavrel-viewer: standard output is gone (%s); serving on without it\n",
-                   std::strerror(errno));
+      (void)std::fprintf(stderr,
+                         "kavrel-viewer: standard output is gone (%s); serving on without it\n",
+                         std::strerror(errno));
       is_gone_ = true;
       pending_.clear();
       return Outcome::kGone;

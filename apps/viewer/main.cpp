@@ -47,13 +47,13 @@ namespace viewer {
 namespace {
 
 int CannotListen(const Options& options, const char* reason) {
-  std::fprintf(stderr, "kavrel-viewer: cannot listen as \"%s\": %s\n", options.app_id.c_str(),
-               reason);
+  (void)std::fprintf(stderr, "kavrel-viewer: cannot listen as \"%s\": %s\n", options.app_id.c_str(),
+                     reason);
   return kCannotListen;
 }
 
 void TellReady(const Options& options) {
-  std::fprintf(stderr, "kavrel-viewer: serving as %s\n", options.app_id.c_str());
+  (void)std::fprintf(stderr, "kavrel-viewer: serving as %s\n", options.app_id.c_str());
   if (options.ready_fd && !kavrel_programs::TellReady(*options.ready_fd)) {
     std::perror("kavrel-viewer: --ready-fd");
   }
@@ -65,14 +65,14 @@ std::unique_ptr<PluginHost> MakePluginHost(const Window& window, Television& tel
                                            OperationLog& log) {
   const std::string obstacle = PluginObstacle();
   if (!obstacle.empty()) {
-    std::fprintf(stderr, "kavrel-viewer: plug-ins are off: %s\n",
-                 kavrel_programs::Printable(obstacle).c_str());
+    (void)std::fprintf(stderr, "kavrel-viewer: plug-ins are off: %s\n",
+                       kavrel_programs::Printable(obstacle).c_str());
     return nullptr;
   }
   auto host = std::make_unique<PluginHost>(window, television, log);
   if (!host->HasCompositor()) {
-    std::fprintf(stderr, "kavrel-viewer: plug-ins have no windows: %s\n",
-                 kavrel_programs::Printable(CompositorObstacle()).c_str());
+    (void)std::fprintf(stderr, "kavrel-viewer: plug-ins have no windows: %s\n",
+                       kavrel_programs::Printable(CompositorObstacle()).c_str());
   }
   return host;
 }
@@ -96,7 +96,7 @@ void SaveScreenshot(const std::string& path, Screen& screen, const Window& windo
     screen.Draw();
     WriteFile(path, EncodePng(window.Capture()));
   } catch (const std::runtime_error& error) {
-    std::fprintf(stderr, "kavrel-viewer: --screenshot: %s\n", error.what());
+    (void)std::fprintf(stderr, "kavrel-viewer: --screenshot: %s\n", error.what());
   }
 }
 

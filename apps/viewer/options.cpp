@@ -74,7 +74,7 @@ std::variant<Options, int> ParseOptions(int argc, char** argv) {
     return options;
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    std::fprintf(stderr, "kavrel-viewer: %s\nTry kavrel-viewer --help.\n", error.what());
+    (void)std::fprintf(stderr, "kavrel-viewer: %s\nTry kavrel-viewer --help.\n", error.what());
     return kUsage;
   }
 }

@@ -13,7 +13,8 @@ namespace {
 template <class R, class... P>
 void Record(Operation& operation, R (* /*signature*/)(P...),
             const std::remove_reference_t<P>&... arguments) {
-  const auto record_one = [&]<class T>(std::type_identity<T> /*type*/, const auto& argument) {
+  const auto record_one = [&](auto type, const auto& argument) {
+    using T = typename decltype(type)::type;
     constexpr bool kIsOut = kavrel::app_api::kIsOutValue<T>;
     auto& target = kIsOut ? operation.values : operation.arguments;
     const auto& names = kIsOut ? operation.method.out_value_names : operation.method.argument_names;

@@ -44,7 +44,7 @@ void Rasterise(Evas_Object* image, int width, int height, const Outline& outline
   for (int y = 0; y < height; ++y) {
     for (int x = 0; x < width; ++x) {
       const double within = std::clamp(0.5 - outline(x + 0.5, y + 0.5), 0.0, 1.0);
-      pixels[y * stride + x] = Pixel(colour, static_cast<unsigned>(within * cover + 0.5));
+      pixels[y * stride + x] = Pixel(colour, static_cast<unsigned>(std::lround(within * cover)));
     }
   }
   evas_object_image_data_set(image, pixels);

@@ -4,6 +4,7 @@
 #include <kavrel/state_properties.h>
 #include <vconf.h>
 
+#include <exception>
 #include <limits>
 #include <utility>
 
@@ -45,10 +46,14 @@ StatePublisher::StatePublisher(Television& television, int window_number)
 
 StatePublisher::~StatePublisher() {
   written_ = nullptr;  // who was told of each write has gone
-  OwnText(properties::visible_banners.key, "");
-  OwnText(properties::visible_video_banners.key, "");
-  OwnNumber(properties::banner_show_state.key, 0);
-  OwnText(properties::kavrel_state.key, "stopped");
+  try {
+    OwnText(properties::visible_banners.key, "");
+    OwnText(properties::visible_video_banners.key, "");
+    OwnNumber(properties::banner_show_state.key, 0);
+    OwnText(properties::kavrel_state.key, "stopped");
+  } catch (const std::exception&) {
+    // Without memory the store keeps what was published last, as when this process is killed.
+  }
 }
 
 void StatePublisher::Publish() {

@@ -27,7 +27,7 @@ void Log(const Eina_Log_Domain* domain, Eina_Log_Level level, const char* file,
          const char* function, int line, const char* format, void* /*data*/,
          std::va_list arguments) {
   char text[1024];
-  std::vsnprintf(text, sizeof text, format, arguments);
+  (void)std::vsnprintf(text, sizeof text, format, arguments);
   dlog_print(PriorityOf(level), domain->name, "%s: %s(%d) > %s\n", file, function, line, text);
 }
 

@@ -167,8 +167,8 @@ Picture Window::Capture() const {
   if (words == nullptr || width != picture.width || height != picture.height) {
     throw std::runtime_error("the window cannot be read");
   }
-  CopyPixels(static_cast<const std::uint32_t*>(words), static_cast<std::size_t>(width * height),
-             picture.pixels);
+  CopyPixels(static_cast<const std::uint32_t*>(words),
+             static_cast<std::size_t>(width) * static_cast<std::size_t>(height), picture.pixels);
   return picture;
 }
 

@@ -37,6 +37,7 @@ int main(void) {
   if (kavrel_register_pip_focus_change_cb(focus_changed, NULL) != 0 ||
       kavrel_register_rating_locked_cb(rating_changed, NULL) != 0) {
     fputs("the state store cannot be watched; the log tells why\n", stderr);
+    g_main_loop_unref(loop);
     return 1;
   }
   show_current(); /* after registering: no change falls between the two */

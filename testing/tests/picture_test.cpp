@@ -17,10 +17,11 @@ struct Rgb {
 class Painting {
  public:
   Painting(int width, int height, Rgb colour)
-      : width_(width), pixels_(static_cast<std::size_t>(width * height), colour) {}
+      : width_(static_cast<std::size_t>(width)),
+        pixels_(width_ * static_cast<std::size_t>(height), colour) {}
 
   Painting& Dot(int x, int y, Rgb colour) {
-    pixels_.at(static_cast<std::size_t>(y * width_ + x)) = colour;
+    pixels_.at(static_cast<std::size_t>(y) * width_ + static_cast<std::size_t>(x)) = colour;
     return *this;
   }
 
@@ -33,13 +34,13 @@ class Painting {
     image.height = static_cast<png_uint_32>(pixels_.size()) / image.width;
     image.format = PNG_FORMAT_RGB;
     EXPECT_NE(png_image_write_to_file(&image, file.c_str(), 0, pixels_.data(), 0, nullptr), 0);
-    const Picture picture(file);
+    Picture picture(file);
     ::unlink(file.c_str());
     return picture;
   }
 
  private:
-  int width_;
+  std::size_t width_;
   std::vector<Rgb> pixels_;
 };
 

@@ -63,7 +63,7 @@ TEST_P(Decoders, SurviveMutations) {
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    , Decoders,
+    All, Decoders,
     testing::Values(Decoder{"control", &kavrel_fuzz::DecodeControl, 19, 1000, 50'000},
                     Decoder{"event", &kavrel_fuzz::DecodeEvent, 9, 1000, 2'000},
                     Decoder{"parcel", &kavrel_fuzz::DecodeParcels, 20, 1000, 30'000},

@@ -225,7 +225,7 @@ class Library : public Subject {
 
   ~Library() override {
     for (const char* key : {"k", "other"}) {
-      for (int slot = 0; slot < kSlotCount; ++slot) Leave(key, slot);
+      for (int slot = 0; slot < kSlotCount; ++slot) Library::Leave(key, slot);
     }
     current_ = nullptr;
   }

@@ -11,7 +11,7 @@ namespace kavrelctl {
 namespace {
 
 // The viewer sends no event larger than this.
-constexpr std::size_t kLargestEvent = 4 * 1024 * 1024;
+constexpr std::size_t kLargestEvent = std::size_t{4} * 1024 * 1024;
 
 using kavrel_programs::ControlCommand;
 using kavrel_programs::ControlParcel;

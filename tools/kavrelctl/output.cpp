@@ -54,8 +54,8 @@ std::string Table(const std::vector<std::vector<std::string>>& rows) {
 }
 
 void PrintError(const std::string& message) {
-  std::fprintf(stderr, "kavrelctl: %s\n",
-               kavrel_programs::Printable(message, kLongestMessage).c_str());
+  (void)std::fprintf(stderr, "kavrelctl: %s\n",
+                     kavrel_programs::Printable(message, kLongestMessage).c_str());
 }
 
 }  // namespace kavrelctl

@@ -98,8 +98,8 @@ std::string Mistake(const CLI::App& command, const CLI::ParseError& error) {
 int ExplainMistake(const CLI::App& app, const CLI::ParseError& error) {
   const CLI::App& command = MistakenCommand(app);
   PrintError(Mistake(command, error));
-  std::fprintf(stderr, "Usage: %s\nTry:   %s --help\n", UsageOf(command).c_str(),
-               PathOf(command).c_str());
+  (void)std::fprintf(stderr, "Usage: %s\nTry:   %s --help\n", UsageOf(command).c_str(),
+                     PathOf(command).c_str());
   return kUsage;
 }
 

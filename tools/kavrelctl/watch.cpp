@@ -101,8 +101,8 @@ bool Watch::Register(Watched& watched) {
 }
 
 bool Watch::AnnounceReady() const {
-  std::fprintf(stderr, "kavrelctl: watching %zu %s; Ctrl-C ends\n", watched_.size(),
-               watched_.size() == 1 ? "property" : "properties");
+  (void)std::fprintf(stderr, "kavrelctl: watching %zu %s; Ctrl-C ends\n", watched_.size(),
+                     watched_.size() == 1 ? "property" : "properties");
   if (!arguments_.ready_fd || kavrel_programs::TellReady(*arguments_.ready_fd)) return true;
   PrintError("cannot write to the descriptor of --ready-fd");
   return false;

@@ -76,7 +76,8 @@ std::variant<Options, int> ParseOptions(const Program& program, int argc, char**
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    std::fprintf(stderr, "%s: %s\nTry %s --help.\n", program.name, error.what(), program.name);
+    (void)std::fprintf(stderr, "%s: %s\nTry %s --help.\n", program.name, error.what(),
+                       program.name);
     return kWrongUsage;
   }
   options.type = static_cast<VIEWER_PLUGIN_TYPE>(type);
@@ -88,7 +89,7 @@ std::variant<Options, int> ParseOptions(const Program& program, int argc, char**
 
 void Say(const std::string& line) {
   std::printf("%s\n", kavrel_programs::Printable(line).c_str());
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 const char* StateName(int state) {

@@ -108,7 +108,7 @@ int main(int argc, char** argv) {
   Panel panel(std::get<plugins::Options>(parsed));
   if (!panel.Join()) return 1;
   bool has_viewer_ended = false;
-  std::signal(SIGQUIT, SIG_DFL);  // which EFL would call "quit" too
+  (void)std::signal(SIGQUIT, SIG_DFL);  // which EFL would call "quit" too
   ecore_event_handler_add(ECORE_EVENT_SIGNAL_EXIT, &NoteEnd, &has_viewer_ended);
   elm_run();  // ends by SIGINT, by SIGTERM, and when the viewer ends
   panel.Leave();

@@ -11,6 +11,7 @@ namespace kavrel_dlog {
 /// Belongs to the thread that made it. Nothing throws: what does not fit into memory is left out.
 class TextBuffer {
  public:
+  // cppcheck-suppress uninitMemberVar ; only what was written is read
   TextBuffer() = default;
   TextBuffer(const TextBuffer&) = delete;
   TextBuffer& operator=(const TextBuffer&) = delete;

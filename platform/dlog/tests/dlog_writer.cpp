@@ -24,7 +24,7 @@ namespace {
 using Arguments = std::vector<std::string>;
 
 int Number(const std::string& text) {
-  return std::atoi(text.c_str());
+  return std::stoi(text);
 }
 
 // print PRIORITY TAG TEXT
@@ -57,6 +57,7 @@ void Fill(const Arguments& arguments) {
 // threads COUNT RECORDS LENGTH: each thread logs its own letter
 void Threads(const Arguments& arguments) {
   std::vector<std::jthread> threads;
+  threads.reserve(Number(arguments[0]));
   for (int i = 0; i < Number(arguments[0]); ++i) {
     threads.emplace_back([&, i] {
       const std::string text(static_cast<std::size_t>(Number(arguments[2])),
@@ -75,6 +76,7 @@ void Threads(const Arguments& arguments) {
 void Fork(const Arguments& arguments) {
   std::atomic<bool> stop{false};
   std::vector<std::jthread> threads;
+  threads.reserve(4);
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&] {
       while (!stop) dlog_print(DLOG_ERROR, "parent", "noise");
@@ -93,7 +95,7 @@ void Fork(const Arguments& arguments) {
 
 // wait: until a line comes on standard input
 void Wait(const Arguments&) {
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
   for (int byte = std::getchar(); byte != '\n' && byte != EOF; byte = std::getchar()) {
   }
 }
@@ -124,7 +126,7 @@ void RaiseBlockedPipeSignal(const Arguments&) {
   ::sigemptyset(&pipe);
   ::sigaddset(&pipe, SIGPIPE);
   ::pthread_sigmask(SIG_BLOCK, &pipe, nullptr);
-  ::raise(SIGPIPE);
+  (void)::raise(SIGPIPE);
 }
 
 // rename FROM TO

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <string>
 
 #include "temporary_directory.h"
 #include "writer.h"
@@ -144,8 +145,7 @@ TEST(Journal, ThatDoesNotReadNeverBlocksAndTheLostAreCounted) {
   Journal journal;
   ChildProcess child(Writer({"repeat", "5000", "text", "wait", "print", "6", "tag", "last"},
                             journal.environment()));
-  int failed = 0;
-  std::sscanf(child.WaitForLine("failed").value_or("").c_str(), "failed %d", &failed);
+  const int failed = std::stoi(child.WaitForLine("failed ").value_or("failed 0").substr(7));
   EXPECT_GT(failed, 0);
   for (int i = failed; i < 5000; ++i) EXPECT_EQ(journal.Next()["MESSAGE"], "text");
   child.WriteInput("\n");

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
+#include <string_view>
 
 #include "temporary_directory.h"
 #include "writer.h"
@@ -54,9 +55,8 @@ bool IsBlocking(int fd) {
 }
 
 int FailedOf(const std::string& line) {
-  int failed = -1;
-  std::sscanf(line.c_str(), "failed %d", &failed);
-  return failed;
+  constexpr std::string_view kFailed = "failed ";
+  return line.starts_with(kFailed) ? std::stoi(line.substr(kFailed.size())) : -1;
 }
 
 // Runs "repeat 10000", "print last" with nobody reading in between; what went in and what came out.
@@ -211,7 +211,7 @@ TEST(Threads, EightNeverMixTheirLinesInAFile) {
   const TemporaryDirectory directory;
   const std::string path = directory.Path("log");
   RunWriter({"threads", "8", "500", "700"}, {{"KAVREL_LOG", "file:" + path}});
-  ExpectUnmixed(ReadFile(path), 8 * 500, 700);
+  ExpectUnmixed(ReadFile(path), std::size_t{8} * 500, 700);
 }
 
 TEST(Threads, EightNeverMixTheirLinesInAPipe) {
@@ -220,7 +220,7 @@ TEST(Threads, EightNeverMixTheirLinesInAPipe) {
   for (const std::string& line : Lines(outcome.errors)) {
     if (line.find("were lost") == std::string::npos) lines += line + '\n';
   }
-  ExpectUnmixed(lines, 8 * 500, 3000);
+  ExpectUnmixed(lines, std::size_t{8} * 500, 3000);
 }
 
 TEST(Threads, TwoProcessesNeverMixTheirLines) {
@@ -231,7 +231,7 @@ TEST(Threads, TwoProcessesNeverMixTheirLines) {
   ChildProcess two(Writer({"threads", "2", "500", "6000"}, environment));
   EXPECT_EQ(one.WaitForExit(), 0);
   EXPECT_EQ(two.WaitForExit(), 0);
-  ExpectUnmixed(ReadFile(path), 4 * 500, 6000);
+  ExpectUnmixed(ReadFile(path), std::size_t{4} * 500, 6000);
 }
 
 TEST(Fork, AChildForkedInMidRecordLogs) {

@@ -42,7 +42,7 @@ bool WriteContent(int fd, const std::string& content) {
 }
 
 bool HoldsContent(int fd, const std::string& content) {
-  std::array<char, 2 * PATH_MAX> found;
+  std::array<char, std::size_t{2} * PATH_MAX> found;
   const ssize_t size = ::pread(fd, found.data(), found.size(), 0);
   return size >= 0 && content == std::string_view(found.data(), static_cast<std::size_t>(size));
 }

@@ -63,15 +63,23 @@ __attribute__((visibility("default"))) int inotify_add_watch(int fd, const char*
 namespace lwipc_test {
 namespace {
 
+void Raise() {
+  EXPECT_EQ(LwipcEventDone(kEvent), 0);
+}
+
 class WaitTest : public EventTest {
  protected:
   WaitTest() { g_inotify = {}; }
   ~WaitTest() override { g_inotify = {}; }
-};
 
-void Raise() {
-  EXPECT_EQ(LwipcEventDone(kEvent), 0);
-}
+  /// On a thread of its own, as soon as somebody watches.
+  void DoAfterTheWatch(std::function<void()> action) {
+    g_inotify.after_watch = [this, action = std::move(action)] { raiser_ = std::jthread(action); };
+  }
+
+ private:
+  std::jthread raiser_;
+};
 
 TEST_F(WaitTest, TimesOut) {
   EXPECT_EQ(LwipcWaitEvent(kEvent, 0), -ETIMEDOUT);
@@ -89,8 +97,7 @@ TEST_F(WaitTest, SeesARaiseBetweenTheWatchAndTheSecondLook) {
 }
 
 TEST_F(WaitTest, WakesWhenTheEventComes) {
-  std::jthread raiser;
-  g_inotify.after_watch = [&] { raiser = std::jthread(Raise); };
+  DoAfterTheWatch(Raise);
   EXPECT_EQ(LwipcWaitEvent(kEvent, kLimit), 0);
 }
 
@@ -102,40 +109,32 @@ TEST_F(WaitTest, LooksNowAndThenWithoutAnInotifyInstance) {
 
 TEST_F(WaitTest, LooksNowAndThenWithoutAWatch) {
   g_inotify.watch_error = ENOSPC;
-  std::jthread raiser;
-  g_inotify.after_watch = [&] { raiser = std::jthread(Raise); };
+  DoAfterTheWatch(Raise);
   EXPECT_EQ(LwipcWaitEvent(kEvent, kLimit), 0);
   EXPECT_EQ(LwipcWaitEvent(kOtherEvent, 50), -ETIMEDOUT);
 }
 
 TEST_F(WaitTest, WaitsForADirectoryThatComesLater) {
   std::filesystem::remove(events_);
-  std::jthread raiser;
-  g_inotify.after_watch = [&] {
-    raiser = std::jthread([this] {
-      ::mkdir(events_.c_str(), 0700);
-      Raise();
-    });
-  };
+  DoAfterTheWatch([this] {
+    ::mkdir(events_.c_str(), 0700);
+    Raise();
+  });
   EXPECT_EQ(LwipcWaitEvent(kEvent, kLimit), 0);
 }
 
 TEST_F(WaitTest, FollowsADirectoryThatIsMadeAnew) {
-  std::jthread raiser;
-  g_inotify.after_watch = [&] {
-    raiser = std::jthread([this] {
-      std::filesystem::remove(events_);
-      ::mkdir(events_.c_str(), 0700);
-      Raise();
-    });
-  };
+  DoAfterTheWatch([this] {
+    std::filesystem::remove(events_);
+    ::mkdir(events_.c_str(), 0700);
+    Raise();
+  });
   EXPECT_EQ(LwipcWaitEvent(kEvent, kLimit), 0);
 }
 
 TEST_F(WaitTest, WakesInTheSubstituteDirectory) {
   ::mkdir(PathOf(kEvent).c_str(), 0700);
-  std::jthread raiser;
-  g_inotify.after_watch = [&] { raiser = std::jthread(Raise); };
+  DoAfterTheWatch(Raise);
   EXPECT_EQ(LwipcWaitEvent(kEvent, kLimit), 0);
 }
 
@@ -148,8 +147,7 @@ TEST_F(WaitTest, WakesInABusyDirectory) {
     }
   });
   EXPECT_EQ(LwipcWaitEvent(kEvent, 50), -ETIMEDOUT);
-  std::jthread raiser;
-  g_inotify.after_watch = [&] { raiser = std::jthread(Raise); };
+  DoAfterTheWatch(Raise);
   EXPECT_EQ(LwipcWaitEvent(kEvent, kLimit), 0);
 }
 

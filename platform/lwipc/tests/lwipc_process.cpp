@@ -72,7 +72,7 @@ int Obey(const std::string& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const uid_t user = argc > 1 ? static_cast<uid_t>(std::atoi(argv[1])) : ::geteuid();
+  const uid_t user = argc > 1 ? static_cast<uid_t>(std::stoi(argv[1])) : ::geteuid();
   if (argc > 1 && (::setresgid(user, user, user) != 0 || ::setresuid(user, user, user) != 0)) {
     return 2;
   }

@@ -27,6 +27,7 @@ std::optional<gid_t> GroupOf(const std::string& text) {
   gid_t number = 0;
   const char* end = text.data() + text.size();
   if (std::from_chars(text.data(), end, number).ptr == end) return number;
+  // cppcheck-suppress getgrnamCalled ; only here, on the main thread
   if (const group* entry = ::getgrnam(text.c_str())) return entry->gr_gid;
   LogError("%s: there is no group \"%s\"; only this user and root may connect", kGroupVariable,
            Printable(text).c_str());

@@ -48,7 +48,7 @@ struct Ledger::Census {
   }
 
   void Count(wl_resource* resource) {
-    auto* entry = new (std::nothrow) Entry{};
+    Entry* const entry = new (std::nothrow) Entry{};
     if (entry == nullptr) {
       wl_client_post_no_memory(client);
       return;

@@ -1,5 +1,6 @@
 #include "picture.h"
 
+#include <cmath>
 #include <utility>
 
 #include "pixels.h"
@@ -97,7 +98,8 @@ void Picture::CopyInto(void* pixels, const Frame& frame, bool everything) {
 void Picture::Spread(double x, double y, double width, double height) {
   if (object_ == nullptr) return;
   evas_object_image_fill_set(object_, static_cast<int>(x), static_cast<int>(y),
-                             static_cast<int>(width + 0.5), static_cast<int>(height + 0.5));
+                             static_cast<int>(std::lround(width)),
+                             static_cast<int>(std::lround(height)));
 }
 
 }  // namespace kavrel_pepper

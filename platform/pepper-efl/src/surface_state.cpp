@@ -22,8 +22,8 @@ void TakeDamage(Region& into, Region& from) {
 }  // namespace
 
 FrameCallbacks::~FrameCallbacks() {
-  wl_resource *callback, *next;
-  wl_resource_for_each_safe(callback, next, &head_) wl_resource_destroy(callback);
+  // Each takes itself out of the list.
+  while (wl_list_empty(&head_) == 0) wl_resource_destroy(wl_resource_from_link(head_.next));
 }
 
 void FrameCallbacks::Add(wl_resource* callback) {

@@ -343,6 +343,7 @@ TEST_F(Hostile, TooManyRectangles) {
 
 TEST_F(Hostile, TooManyClients) {
   std::vector<std::unique_ptr<TestClient>> clients;
+  clients.reserve(70);
   for (int i = 0; i < 70; ++i) clients.push_back(std::make_unique<TestClient>());
   int refused = 0;
   for (const auto& client : clients) refused += client->error() != 0 ? 1 : 0;

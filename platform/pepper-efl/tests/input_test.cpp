@@ -32,6 +32,9 @@ struct Listening {
     xkb_context_unref(context);
   }
   void Listen();
+  void ListenToKeyboard();
+  void ListenToPointer();
+  void ListenToTouch();
   void ReadKeymap(int fd, std::uint32_t size);
   std::string NameOf(std::uint32_t key) const {
     char name[64] = "?";
@@ -60,6 +63,7 @@ struct Listening {
 
 void Listening::ReadKeymap(int fd, std::uint32_t size) {
   void* text = ::mmap(nullptr, size, PROT_READ, MAP_SHARED, fd, 0);
+  // cppcheck-suppress memleak ; what could not be mapped needs no owner
   ASSERT_NE(text, MAP_FAILED);
   keymap = xkb_keymap_new_from_string(context, static_cast<const char*>(text),
                                       XKB_KEYMAP_FORMAT_TEXT_V1, XKB_KEYMAP_COMPILE_NO_FLAGS);
@@ -81,6 +85,12 @@ void Note(void* data, const std::string& what) {
 }
 
 void Listening::Listen() {
+  ListenToKeyboard();
+  ListenToPointer();
+  ListenToTouch();
+}
+
+void Listening::ListenToKeyboard() {
   static const wl_keyboard_listener kKeyboard = {
       .keymap = [](void* data, wl_keyboard*, std::uint32_t, int fd,
                    std::uint32_t size) { Self(data)->ReadKeymap(fd, size); },
@@ -98,6 +108,10 @@ void Listening::Listen() {
                       std::uint32_t) { Self(data)->modifiers = depressed; },
       .repeat_info = [](void*, wl_keyboard*, int, int) {},
   };
+  wl_keyboard_add_listener(keyboard, &kKeyboard, this);
+}
+
+void Listening::ListenToPointer() {
   static const wl_pointer_listener kPointer = {
       .enter = [](void* data, wl_pointer*, std::uint32_t, wl_surface*, wl_fixed_t x,
                   wl_fixed_t y) { Note(data, "in " + At(x, y)); },
@@ -123,6 +137,10 @@ void Listening::Listen() {
       .axis_discrete = [](void*, wl_pointer*, std::uint32_t, int) {},
       .axis_value120 = [](void*, wl_pointer*, std::uint32_t, int) {},
   };
+  wl_pointer_add_listener(pointer, &kPointer, this);
+}
+
+void Listening::ListenToTouch() {
   static const wl_touch_listener kTouch = {
       .down =
           [](void* data, wl_touch*, std::uint32_t, std::uint32_t, wl_surface*, int id, wl_fixed_t x,
@@ -138,8 +156,6 @@ void Listening::Listen() {
       .shape = [](void*, wl_touch*, int, wl_fixed_t, wl_fixed_t) {},
       .orientation = [](void*, wl_touch*, int, wl_fixed_t) {},
   };
-  wl_keyboard_add_listener(keyboard, &kKeyboard, this);
-  wl_pointer_add_listener(pointer, &kPointer, this);
   wl_touch_add_listener(touch, &kTouch, this);
 }
 

@@ -36,7 +36,7 @@ void Report(const char* what, Evas_Object* object) {
   const char* app_id = pepper_efl_object_app_id_get(object);
   std::printf("%s \"%s\" (%s) %dx%d\n", what, pepper_efl_object_title_get(object),
               app_id != nullptr ? app_id : "no id", width, height);
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 void Added(void* data, Evas_Object*, void* object) {
@@ -65,13 +65,15 @@ Evas_Object* AddRoot(Evas* canvas) {
 
 pid_t Start(char** command) {
   const pid_t child = ::fork();
-  if (child != 0) return child;
-  ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  ::setenv("WAYLAND_DISPLAY", kSocket, 1);
-  ::unsetenv("DISPLAY");
-  ::execvp(command[0], command);
-  std::perror(command[0]);
-  ::_exit(127);
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::setenv("WAYLAND_DISPLAY", kSocket, 1);
+    ::unsetenv("DISPLAY");
+    ::execvp(command[0], command);
+    std::perror(command[0]);
+    ::_exit(127);
+  }
+  return child;
 }
 
 double ProcessorSeconds() {
@@ -112,7 +114,7 @@ Eina_Bool Quit(void*) {
 
 int main(int argc, char** argv) {
   if (argc < 4) {
-    std::fprintf(stderr, "usage: %s SECONDS PICTURE.png COMMAND [ARGUMENT...]\n", argv[0]);
+    (void)std::fprintf(stderr, "usage: %s SECONDS PICTURE.png COMMAND [ARGUMENT...]\n", argv[0]);
     return 2;
   }
   ecore_app_no_system_modules();
@@ -129,7 +131,7 @@ int main(int argc, char** argv) {
   void* compositor = pepper_efl_compositor_create(root, kSocket);
   if (compositor == nullptr) return 1;
   const pid_t child = Start(argv + 3);
-  const double seconds = std::atof(argv[1]);
+  const double seconds = std::stod(argv[1]);
   ecore_timer_add(seconds, Quit, nullptr);
   const double before = ProcessorSeconds();
   ecore_main_loop_begin();

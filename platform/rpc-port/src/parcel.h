@@ -57,6 +57,7 @@ class Parcel {
  private:
   static constexpr std::size_t kInlineSize = 224;
 
+  // cppcheck-suppress uninitMemberVarPrivate ; only what was written is read
   Parcel() = default;
   std::size_t TagSize() const { return frame::Load<std::uint16_t>(data_ + frame::kTagSizeOffset); }
   int Reserve(std::size_t more) { return more <= capacity_ - size_ ? 0 : Grow(more); }

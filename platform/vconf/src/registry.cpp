@@ -90,7 +90,7 @@ int Registry::Remove(const Key& key, vconf_callback_fn callback) {
 
 std::unique_ptr<WakeListener> Registry::TakeListener() {
   for (auto& listener : spare_) {
-    if (listener != nullptr) return std::move(listener);
+    if (listener != nullptr) return std::exchange(listener, nullptr);
   }
   return std::make_unique<WakeListener>();
 }

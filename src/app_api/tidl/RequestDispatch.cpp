@@ -44,10 +44,10 @@ constexpr Handler kHandlers[] = {KAVREL_APP_API_METHODS(KAVREL_METHOD_HANDLER)};
 // travel there.
 template <class... P>
 constexpr std::array<std::size_t, sizeof...(P)> WireNumbers() {
+  constexpr std::array<bool, sizeof...(P)> kIsOut{kIsOutValue<P>...};
   std::array<std::size_t, sizeof...(P)> numbers{};
   std::size_t next = 1;
-  std::size_t i = 0;
-  ((numbers[i++] = kIsOutValue<P> ? 0 : next++), ...);
+  for (std::size_t i = 0; i < numbers.size(); ++i) numbers[i] = kIsOut[i] ? 0 : next++;
   return numbers;
 }
 
@@ -56,7 +56,8 @@ auto OutValuesOf(const Tuple& arguments, std::index_sequence<I...> /*all*/,
                  void (* /*signature*/)(P...)) {
   std::array<int, (std::size_t{kIsOutValue<P>} + ... + 0)> values{};
   std::size_t next = 0;
-  auto take = [&]<class T>(std::type_identity<T> /*type*/, const auto& argument) {
+  auto take = [&](auto type, const auto& argument) {
+    using T = typename decltype(type)::type;
     if constexpr (kIsOutValue<T>) values[next++] = argument;
   };
   (take(std::type_identity<P>(), std::get<I>(arguments)), ...);
@@ -113,24 +114,25 @@ int Exchange::ServeAs(typename Method::Result (Service::*operation)(P...)) {
   using Result = typename Method::Result;
   static_assert(std::is_same_v<typename Method::Signature, Result(P...)>,
                 "the operation's declaration differs from its row in the method table");
-  constexpr auto kAll = std::index_sequence_for<P...>();
   constexpr auto kNumbers = WireNumbers<P...>();
   std::tuple<std::remove_reference_t<P>...> arguments{};
 
-  const auto decode = [&]<std::size_t... I>(std::index_sequence<I...> /*all*/) {
-    return (ReadArgument<P>(Method::kInfo.name, kNumbers[I], std::get<I>(arguments)) && ...);
+  const auto decode = [&](std::remove_reference_t<P>&... values) {
+    [[maybe_unused]] std::size_t next = 0;
+    return (ReadArgument<P>(Method::kInfo.name, kNumbers[next++], values) && ...);
   };
-  const auto call = [&]<std::size_t... I>(std::index_sequence<I...> /*all*/) {
-    return (service_.*operation)(static_cast<P&&>(std::get<I>(arguments))...);
+  const auto call = [&](std::remove_reference_t<P>&... values) {
+    return (service_.*operation)(static_cast<P&&>(values)...);
   };
 
-  if (!decode(kAll) || !ReadEnd(Method::kInfo.name)) return kRefused;
+  if (!std::apply(decode, arguments) || !ReadEnd(Method::kInfo.name)) return kRefused;
   if constexpr (std::is_void_v<Result>) {
-    call(kAll);
+    std::apply(call, arguments);
     return 0;
   } else {
-    const Result result = call(kAll);
-    const auto out_values = OutValuesOf(arguments, kAll, static_cast<void (*)(P...)>(nullptr));
+    const Result result = std::apply(call, arguments);
+    const auto out_values = OutValuesOf(arguments, std::index_sequence_for<P...>(),
+                                        static_cast<void (*)(P...)>(nullptr));
     return SendResult(out_values.data(), out_values.size(), result);
   }
 }

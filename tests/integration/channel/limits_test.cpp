@@ -26,7 +26,7 @@ class LimitsTest : public testing::Test {
   std::vector<std::string> Refusals() const {
     std::vector<std::string> texts;
     for (const LogEntry& entry : log_.entries()) {
-      if (entry.text.find("The bus refused match rule") == 0) texts.push_back(entry.text);
+      if (entry.text.starts_with("The bus refused match rule")) texts.push_back(entry.text);
     }
     return texts;
   }

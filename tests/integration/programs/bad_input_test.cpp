@@ -23,10 +23,10 @@ using ::testing::StartsWith;
 /// How a command ends.
 struct Row {
   std::vector<std::string> arguments;  ///< valid ones
-  int without_viewer;
-  int with_hung_viewer;
-  int with_closed_output;  ///< with a viewer
-  bool takes_timeout;
+  int without_viewer = 0;
+  int with_hung_viewer = 0;
+  int with_closed_output = 0;  ///< with a viewer
+  bool takes_timeout = false;
 };
 
 // The scenario and the files are the fixture's.
@@ -53,7 +53,7 @@ const std::map<std::string, Row> kRows = {
 struct Leaf {
   std::vector<std::string> words;  ///< "call", "exit-ttx"
   std::vector<std::string> required;
-  bool takes_more;  ///< any number of arguments, or optional ones
+  bool takes_more = false;  ///< any number of arguments, or optional ones
   Row row;
 
   std::string Name() const {
@@ -83,7 +83,6 @@ class BadInput : public Programs {
   Leaf LeafOf(const json& entry) const {
     Leaf leaf;
     leaf.words = Words(entry["command"]);
-    leaf.takes_more = false;
     const std::vector<std::string> usage = Words(entry["usage"]);
     for (std::size_t i = leaf.words.size(); i < usage.size(); ++i) {
       if (usage[i].front() == '[') {

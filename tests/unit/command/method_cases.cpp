@@ -53,7 +53,8 @@ struct Call<R(P...)> {
 
   static Items Request(int id, int round) {
     Items items = {id};
-    ForEach(Samples(round), [&]<class T>(std::type_identity<T>, const auto& value) {
+    ForEach(Samples(round), [&](auto type, const auto& value) {
+      using T = typename decltype(type)::type;
       if constexpr (!kIsOutValue<T>) AppendItems(items, value);
     });
     return items;
@@ -62,7 +63,8 @@ struct Call<R(P...)> {
   static Items Fields(int round) {
     Items items;
     std::size_t position = 10;
-    ForEach(Samples(round), [&]<class T>(std::type_identity<T>, const auto&) {
+    ForEach(Samples(round), [&](auto type, const auto&) {
+      using T = typename decltype(type)::type;
       if constexpr (kIsOutValue<T>) AppendItems(items, Sample<int>(++position, round));
     });
     if constexpr (!std::is_void_v<R>) AppendItems(items, Sample<R>(20, round));
@@ -107,7 +109,8 @@ struct Call<R(P...)> {
 
   static Items Got(const Arguments& arguments) {
     Items items;
-    ForEach(arguments, [&]<class T>(std::type_identity<T>, const auto& value) {
+    ForEach(arguments, [&](auto type, const auto& value) {
+      using T = typename decltype(type)::type;
       if constexpr (kIsOutValue<T>) AppendItems(items, value);
     });
     return items;

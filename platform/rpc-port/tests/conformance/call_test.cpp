@@ -227,6 +227,7 @@ TEST_F(Call, LetsSeveralThreadsSendOnOnePort) {
   constexpr int kEach = 500;
   std::atomic<int> failures{0};
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < kEach; ++i) failures += client.Send(1) != 0 ? 1 : 0;
@@ -247,6 +248,7 @@ TEST_F(Call, LetsAServiceSendFromOtherThreads) {
   ASSERT_EQ(client.ConnectSync(), 0);
   const rpc_port_h port = service_.PortOf(service_.Instance(), RPC_PORT_PORT_CALLBACK);
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int t = 0; t < 4; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < 250; ++i) {

@@ -75,8 +75,8 @@ kavrel_test::Descriptor ListenAt(const std::string& runtime, const std::string& 
   kavrel_test::Descriptor listener(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   struct sockaddr_un address {};
   address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", directory.c_str(),
-                name.c_str());
+  (void)std::snprintf(address.sun_path, sizeof address.sun_path, "%s/%s", directory.c_str(),
+                      name.c_str());
   if (::bind(listener.get(), reinterpret_cast<struct sockaddr*>(&address), sizeof address) != 0 ||
       ::listen(listener.get(), 16) != 0) {
     throw std::system_error(errno, std::generic_category(), address.sun_path);

@@ -86,6 +86,7 @@ TEST_F(GreetingAttack, HalfConnectionsAreDropped) {
 TEST_F(GreetingAttack, TooManyWithoutGreetingGiveWay) {
   Start();
   std::vector<std::unique_ptr<RawSocket>> silent;
+  silent.reserve(300);
   for (int i = 0; i < 300; ++i) silent.push_back(std::make_unique<RawSocket>(runtime(), kName));
   EXPECT_TRUE(WaitForLog("dropped: gave way", 300 - 256));
   EXPECT_TRUE(silent[0]->WaitForHangUp());

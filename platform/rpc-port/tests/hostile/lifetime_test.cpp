@@ -137,7 +137,9 @@ TEST_F(Lifetime, CallbackPortOfAClientSendsNothing) {
 TEST_F(Lifetime, ParcelsBeyondTheLimitAreRefused) {
   Start();
   ParcelOwner parcel;
-  EXPECT_EQ(rpc_port_parcel_write_string(parcel.get(), std::string(1024 * 1024, 'x').c_str()), -90);
+  EXPECT_EQ(rpc_port_parcel_write_string(parcel.get(),
+                                         std::string(std::size_t{1024} * 1024, 'x').c_str()),
+            -90);
   EXPECT_EQ(rpc_port_parcel_send(parcel.get(), honest().port()), -90) << "not what was meant";
   ParcelOwner full;
   int result = 0;
@@ -242,6 +244,7 @@ TEST_F(Lifetime, ServiceMaySendWhileItsClientsComeAndGo) {
     honest().OnEvent("received", [](TestClient& self) { Receive(self.CallbackPort()); });
   });
   std::vector<std::thread> senders;
+  senders.reserve(3);
   for (int t = 0; t < 3; ++t) {
     senders.emplace_back([&] {
       const ParcelOwner parcel;

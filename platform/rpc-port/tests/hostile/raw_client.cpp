@@ -102,7 +102,7 @@ RawSocket::RawSocket(const std::string& runtime, const std::string& name)
       ::open((runtime + "/rpc/" + name).c_str(), O_PATH | O_CLOEXEC));
   struct sockaddr_un address {};
   address.sun_family = AF_UNIX;
-  std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d", node.get());
+  (void)std::snprintf(address.sun_path, sizeof address.sun_path, "/proc/self/fd/%d", node.get());
   if (::connect(fd_.get(), reinterpret_cast<struct sockaddr*>(&address), sizeof address) == 0) {
     return;
   }

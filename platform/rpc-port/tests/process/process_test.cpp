@@ -10,6 +10,7 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -106,6 +107,7 @@ TEST_F(Process, OneOfManyStartersListens) {
   const int rounds = kavrel_test::Repetitions(3, 100);
   for (int round = 0; round < rounds; ++round) {
     std::vector<std::unique_ptr<ChildProcess>> starters;
+    starters.reserve(16);
     for (int i = 0; i < 16; ++i) {
       starters.push_back(std::make_unique<ChildProcess>(Program({"serve"})));
     }
@@ -182,10 +184,13 @@ TEST_F(Process, ForkedChildIsRefused) {
 // Hundredths of a second of the processor that the process has used.
 long ProcessorTime(pid_t pid) {
   const std::string line = kavrel_test::ReadFile("/proc/" + std::to_string(pid) + "/stat");
+  std::istringstream fields(line.substr(line.rfind(')') + 1));
+  constexpr int kBefore = 11;
+  std::string skipped;
+  for (int field = 0; field < kBefore; ++field) fields >> skipped;
   long user = -1;
   long system = -1;
-  std::sscanf(line.c_str() + line.rfind(')'),
-              ") %*c %*d %*d %*d %*d %*d %*u %*u %*u %*u %*u %ld %ld", &user, &system);
+  fields >> user >> system;
   return user + system;
 }
 
@@ -198,6 +203,7 @@ TEST_F(Process, ServiceOutOfDescriptorsServesWhomItHas) {
   ASSERT_EQ(client.ConnectSync(), 0);
   ASSERT_EQ(client.Call(1), 2);
   std::vector<std::unique_ptr<RawSocket>> others;
+  others.reserve(200);
   for (int i = 0; i < 200; ++i) others.push_back(std::make_unique<RawSocket>(runtime(), kName));
   EXPECT_TRUE(service.WaitForLine("cannot accept more clients for now")) << service.errors();
   for (int i = 0; i < 300; ++i) ASSERT_EQ(client.Call(i + 1), i + 2) << service.errors();

@@ -26,7 +26,7 @@ constexpr const char* kPort = "TestPort";
 
 void Report(const char* what, int value) {
   std::printf("%s %d\n", what, value);
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 int OnRequest(const char*, const char*, rpc_port_h port, void*) {
@@ -117,10 +117,10 @@ bool BecomeUser(uid_t uid) {
 
 int main(int count, char** arguments) {
   const std::string mode = count > 1 ? arguments[1] : "";
-  const long number = count > 2 ? std::atol(arguments[2]) : 0;
+  const long number = count > 2 ? std::stol(arguments[2]) : 0;
   if (mode == "serve" || mode == "serve-fork") return Serve(number, mode == "serve-fork");
   if (mode == "call") {
-    if (count > 3 && !BecomeUser(static_cast<uid_t>(std::atol(arguments[3])))) return 3;
+    if (count > 3 && !BecomeUser(static_cast<uid_t>(std::stol(arguments[3])))) return 3;
     return Call(static_cast<int>(number));
   }
   if (mode == "hold-fork") {

@@ -96,6 +96,7 @@ TEST_F(PollerTest, CallsWhatIsReady) {
 
 TEST_F(PollerTest, ReadsEverythingBeforeAnybodyIsLate) {
   std::vector<PipeWatch*> all;
+  all.reserve(50);
   for (int i = 0; i < 50; ++i) all.push_back(&Make(std::to_string(i)));
   for (PipeWatch* const watch : all) {
     watch->Fill();
