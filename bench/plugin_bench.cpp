@@ -399,7 +399,7 @@ int main() {
     }
     RunKeys(all);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "plugin_bench: %s\n", error.what());
+    (void)std::fprintf(stderr, "plugin_bench: %s\n", error.what());
     return 1;
   }
   return 0;

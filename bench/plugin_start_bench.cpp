@@ -41,7 +41,7 @@ constexpr int kStarts = 15;
 void Say(const char* step) {
   std::printf("%s %lld\n", step,
               static_cast<long long>(kavrel_bench::Clock::now().time_since_epoch().count() / 1000));
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 // EFL without what looks for services of a desktop, and its daemon.
@@ -143,7 +143,7 @@ int RunPlugin(bool with_window) {
   if (with_window) OpenWindow();
   RunUntilInputEnds();
   KavrelAPI::DestroyPluggable();
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
   ::_exit(0);
 }
 
@@ -172,6 +172,7 @@ void Print(const char* title, const std::vector<Times>& starts, const std::vecto
   std::printf("\n%s\n%-58s %10s %10s\n", title, "", "p50 ms", "max ms");
   for (const Step& step : steps) {
     std::vector<double> milliseconds;
+    milliseconds.reserve(starts.size());
     for (const Times& times : starts) {
       milliseconds.push_back((times.at(step.to) - times.at(step.from)) / 1000);
     }
@@ -253,7 +254,7 @@ int main(int argc, char** argv) {
   try {
     Run();
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "plugin_start_bench: %s\n", error.what());
+    (void)std::fprintf(stderr, "plugin_start_bench: %s\n", error.what());
     return 1;
   }
   return 0;

@@ -309,7 +309,7 @@ void Growth(kavrel_test::PrivateBus& bus) {
 long StatusField(pid_t pid, const std::string& field) {
   const std::string status = kavrel_test::ReadFile("/proc/" + std::to_string(pid) + "/status");
   const std::size_t at = status.find('\n' + field);
-  return at == std::string::npos ? -1 : std::atol(status.c_str() + at + 1 + field.size());
+  return at == std::string::npos ? -1 : std::stol(status.c_str() + at + 1 + field.size());
 }
 
 bool IsOurs(const Peer& peer) {
@@ -390,7 +390,7 @@ int main(int argc, char** argv) {
     }
     Run(role);
   } catch (const std::exception& error) {
-    std::fprintf(stderr, "rpc_bench: %s\n", error.what());
+    (void)std::fprintf(stderr, "rpc_bench: %s\n", error.what());
     return 1;
   }
   return 0;

@@ -26,7 +26,7 @@ inline int ReportStart() {
   if (file < 0 || read(file, text.data(), text.size() - 1) <= 0) return 1;
   close(file);
   char* resident = nullptr;
-  std::strtol(text.data(), &resident, 10);  // the first number is all of its address space
+  (void)std::strtol(text.data(), &resident, 10);  // the first number is all of its address space
   const StartReport report{std::int64_t{now.tv_sec} * 1'000'000'000 + now.tv_nsec,
                            std::strtol(resident, nullptr, 10)};
   return write(1, &report, sizeof report) == sizeof report ? 0 : 1;

@@ -28,7 +28,7 @@ class RedisConnection final : public Store {
   int Get() override {
     const Reply reply(static_cast<redisReply*>(redisCommand(context_.get(), "GET value")));
     Check(reply);
-    return std::atoi(reply->str);
+    return std::stoi(reply->str);
   }
   void Set(int value) override {
     Check(Reply(static_cast<redisReply*>(redisCommand(context_.get(), "SET value %d", value))));
