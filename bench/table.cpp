@@ -21,7 +21,7 @@ void MeasureInTurns(std::vector<Row>& rows, int rounds) {
       try {
         row.measure(row);
       } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s: %s\n", row.name.c_str(), error.what());
+        (void)std::fprintf(stderr, "%s: %s\n", row.name.c_str(), error.what());
         if (row.p50.empty()) row.missing = error.what();
         row.measure = nullptr;
       }
@@ -78,7 +78,7 @@ void PrintLatencies(const std::string& title, const std::vector<Row>& rows) {
     if (!row.processor.empty()) std::printf(" %10.2f", Median(row.processor));
     std::printf("\n");
   }
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 void PrintRates(const std::string& title, const std::vector<Row>& rows) {
@@ -94,7 +94,7 @@ void PrintRates(const std::string& title, const std::vector<Row>& rows) {
     if (!row.processor.empty()) std::printf(" %10.2f", Median(row.processor));
     std::printf("\n");
   }
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 }  // namespace
@@ -110,7 +110,7 @@ void RecordRows(const std::string& title, const std::string& unit, const std::ve
   std::ofstream file(path, std::ios::app);
   for (const Row& row : rows) file << JsonOf(title, unit, row).dump() << '\n';
   if (!file.flush()) {
-    std::fprintf(stderr, "cannot write to %s (KAVREL_BENCH_ROWS)\n", path);
+    (void)std::fprintf(stderr, "cannot write to %s (KAVREL_BENCH_ROWS)\n", path);
     std::exit(1);
   }
 }

@@ -95,7 +95,7 @@ void MeasureAside(Row& row, const std::function<void(Row&)>& measure) {
       try {
         measure(mine);
       } catch (const std::exception& error) {
-        std::fprintf(stderr, "%s\n", error.what());
+        (void)std::fprintf(stderr, "%s\n", error.what());
         return;
       }
       *result = {mine.p50.back(), mine.p99.back(), true};
@@ -190,6 +190,7 @@ void BenchGet(const World& world) {
   Require(vconf_set_int(kKey, 1), "vconf_set_int");
   OtherWriter writer;
   std::vector<std::string> keys;
+  keys.reserve(OtherWriter::kKeys);
   for (int number = 0; number < OtherWriter::kKeys; ++number) {
     keys.push_back(OtherWriter::KeyOf(number));
   }
@@ -514,9 +515,9 @@ bool RunApart(void (*run)(const World&)) {
             kavrel_bench::SqliteStore(disk.path(), true), settings}});
       result = 0;
     } catch (const std::exception& error) {
-      std::fprintf(stderr, "vconf_bench: %s\n", error.what());
+      (void)std::fprintf(stderr, "vconf_bench: %s\n", error.what());
     }
-    std::fflush(stdout);
+    (void)std::fflush(stdout);
     _exit(result);
   }
   int status = 0;

@@ -12,7 +12,7 @@ constexpr const char* kProgram = "/usr/bin/weston";
 
 /// Nothing of a desktop: no panel, no animations of its own, and never locked.
 std::string WriteConfiguration() {
-  const std::string path = std::string(std::getenv("XDG_RUNTIME_DIR")) + "/weston.ini";
+  std::string path = std::string(std::getenv("XDG_RUNTIME_DIR")) + "/weston.ini";
   std::ofstream(path) << "[core]\nidle-time=0\n[shell]\npanel-position=none\nlocking=false\n"
                          "animation=none\nclose-animation=none\nstartup-animation=none\n"
                          "background-color=0xff000000\n";

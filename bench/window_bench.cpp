@@ -357,6 +357,7 @@ struct BareCopy {
 
 void MeasureBareCopies(int windows, std::uint32_t alpha, double seconds) {
   std::vector<std::unique_ptr<BareCopy>> copies;
+  copies.reserve(windows);
   for (int window = 0; window < windows; ++window) {
     copies.push_back(std::make_unique<BareCopy>(window, alpha));
   }
@@ -390,7 +391,7 @@ void RunOnce(Measurement& measurement) {
     try {
       measurement.run();
     } catch (const std::exception& error) {
-      std::fprintf(stderr, "%s: %s\n", measurement.name.c_str(), error.what());
+      (void)std::fprintf(stderr, "%s: %s\n", measurement.name.c_str(), error.what());
       _exit(1);
     }
     // What the program leaves is of no interest, its clients are killed with this process.
@@ -485,7 +486,7 @@ int main(int argc, char** argv) {
   }
   setenv("EINA_LOG_LEVEL", "0", 1);
   shared = kavrel_bench::MakeShared<Shared>();
-  std::vector<Measurement> rows = Rows(argc > 1 ? std::atof(argv[1]) : 0.6);
+  std::vector<Measurement> rows = Rows(argc > 1 ? std::stod(argv[1]) : 0.6);
   for (int round = 0; round < kavrel_bench::Rounds(kRounds); ++round) {
     for (Measurement& row : rows) RunOnce(row);
   }

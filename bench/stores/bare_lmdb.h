@@ -66,7 +66,7 @@ class BareLmdb {
  private:
   static void Check(int result) {
     if (result == 0) return;
-    std::fprintf(stderr, "LMDB: %s\n", mdb_strerror(result));
+    (void)std::fprintf(stderr, "LMDB: %s\n", mdb_strerror(result));
     std::exit(1);
   }
 
