@@ -145,7 +145,7 @@ TEST_F(CommandPath, ViewerThatDiesAtAnyMomentHoldsNobodyUp) {
 // What its socket takes is waited for; then one command waits for the time-out, and the others only
 // try. Nothing is kept for later.
 TEST_F(CommandPath, FloodAgainstAStoppedViewerWaitsOnceAndKeepsNothing) {
-  constexpr std::size_t kNoGrowth = 256 * 1024;
+  constexpr std::size_t kNoGrowth = std::size_t{256} * 1024;
   const ScopedEnvironment timeout("KAVREL_RPC_TIMEOUT_MS", "500");
   ViewerProcess viewer(kAppId, &MakeOddService);
   const Handle handle = Connect();
@@ -317,6 +317,7 @@ TEST_F(CommandPath, EightThreadsOnOneHandleEachGetTheirOwnAnswers) {
   ASSERT_NE(handle, nullptr);
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int number = 0; number < 8; ++number) {
     threads.emplace_back([&, number] {
       for (int i = 0; i < 300; ++i) {

@@ -198,6 +198,7 @@ TEST_F(LifeTest, SendersOnOtherThreadsSurviveThePartnersComingAndGoing) {
   std::atomic<bool> over = false;
   std::atomic<int> sent = 0;
   std::vector<std::thread> senders;
+  senders.reserve(2);
   for (int i = 0; i < 2; ++i) {
     senders.emplace_back([&] {
       CMessage message = MessageOf({{"a", "1"}});
@@ -229,7 +230,7 @@ TEST_F(LifeTest, SendersOnOtherThreadsSurviveThePartnersComingAndGoing) {
 void DieInConnectedCallback() {
   const PrivateBus bus;
   DlogCapture log;
-  log.Observe([](const LogEntry& entry) { std::fputs(entry.text.c_str(), stderr); });
+  log.Observe([](const LogEntry& entry) { (void)std::fputs(entry.text.c_str(), stderr); });
   const auto peer = MakePythonPeer();
   peer->Open("host", kHost, kPlugin);
   auto end = std::make_unique<CPluginDbus>(kHost, kPlugin);

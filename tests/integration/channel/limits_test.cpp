@@ -61,6 +61,7 @@ TEST_F(LimitsTest, RuleThatAPartnerCostsIsToldTooWhenItIsRefused) {
 TEST_F(LimitsTest, UsualBusTakesTheDocumentedNumberOfEnds) {
   const PrivateBus bus;
   std::vector<std::unique_ptr<CHostDbus>> ends;
+  ends.reserve(512 / 3);
   for (int i = 0; i < 512 / 3; ++i) {
     ends.push_back(std::make_unique<CHostDbus>(kHost, "p" + std::to_string(i)));
   }

@@ -168,7 +168,7 @@ INSTANTIATE_TEST_SUITE_P(
                     Content{"empty_texts", {{"", ""}, {"", "x"}}},
                     Content{"not_ascii", {{"Ähre", "日本"}}},
                     Content{"ten_thousand_pairs", ManyPairs(10'000)},
-                    Content{"one_mebibyte", {{"big", std::string(1024 * 1024, 'x')}}}),
+                    Content{"one_mebibyte", {{"big", std::string(std::size_t{1024} * 1024, 'x')}}}),
     ContentName);
 
 TEST_F(MessageFlowTest, SendingWithACallbackGetsTheAnswer) {
@@ -205,7 +205,7 @@ TEST_F(MessageFlowTest, TextsThatAreNotUtf8StayHere) {
 TEST_F(MessageFlowTest, MessageThatTheBusWouldNotTakeStaysHere) {
   kavreldbus::CPluginDbus end(kHost, kPlugin);
   Connect(end, "host");
-  CMessage large = MessageOf({{"a", std::string(32U * 1024 * 1024, 'x')}});
+  CMessage large = MessageOf({{"a", std::string(std::size_t{32} * 1024 * 1024, 'x')}});
   EXPECT_FALSE(end.SendMessage(large, 0));
   EXPECT_FALSE(end.SendMessage(large, 1));
   EXPECT_TRUE(end.IsConnectionReady());

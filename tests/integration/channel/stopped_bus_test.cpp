@@ -72,7 +72,7 @@ TEST(StoppedBus, HoldsADestroyedEndForTheFlushLimit) {
   peer->Open("host", kHost, kPlugin);
   ASSERT_TRUE(IterateUntil([&] { return end->IsConnectionReady(); }));
   bus.Stop();
-  CMessage message = MessageOf({{"large", std::string(1024 * 1024, 'x')}});
+  CMessage message = MessageOf({{"large", std::string(std::size_t{1024} * 1024, 'x')}});
   for (int i = 0; i < 4; ++i) EXPECT_TRUE(end->SendMessage(message, 1));
   end.reset();
   EXPECT_THAT(log.entries().back().text, HasSubstr("Error while flushing the connection: "));

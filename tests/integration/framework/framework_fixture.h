@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -166,7 +167,8 @@ class FrameworkTest : public testing::Test {
     Cost cost;
     const auto line = program.Take(word);
     EXPECT_TRUE(line) << program.Everything();
-    if (line) std::sscanf(line->c_str(), "%*s %ld %ld", &cost.descriptors, &cost.bytes);
+    std::string said;
+    std::istringstream(line.value_or("")) >> said >> cost.descriptors >> cost.bytes;
     return cost;
   }
 

@@ -20,7 +20,7 @@ namespace framework_program {
 
 inline void Say(const std::string& line) {
   std::printf("%s\n", line.c_str());
-  std::fflush(stdout);
+  (void)std::fflush(stdout);
 }
 
 inline std::string Show(const CMessage& message) {

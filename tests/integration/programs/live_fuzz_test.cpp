@@ -166,6 +166,7 @@ TEST_F(LiveFuzz, AViewerServesOnWhateverIsSent) {
   WarmUp();
   const long descriptors = SettledDescriptors();
   std::vector<Attacker> attackers;
+  attackers.reserve(4);
   for (int i = 0; i < 4; ++i) attackers.emplace_back(directory_.path(), kMethods, methods_);
   for (int i = 0; i < 2; ++i) attackers.emplace_back(directory_.path(), kControl, control_);
   std::mt19937 random(6'000);
