@@ -164,7 +164,7 @@ YamlNode ReadYaml(const std::string& text) {
     while (parser.HandleNextDocument(builder)) {
     }
   } catch (const YAML::Exception& error) {
-    throw TextMistake(LineOf(error.mark), "not YAML: " + error.msg);
+    throw TextMistake(LineOf(error.mark), "not YAML: " + kavrel_programs::Printable(error.msg));
   }
   return builder.Take();
 }
