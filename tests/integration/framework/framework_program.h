@@ -10,17 +10,17 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <utility>
-
-#include "descriptors.h"
 
 namespace framework_program {
 
 inline void Say(const std::string& line) {
   std::printf("%s\n", line.c_str());
-  (void)std::fflush(stdout);
+  std::fflush(stdout);
 }
 
 inline std::string Show(const CMessage& message) {
@@ -33,7 +33,8 @@ inline std::string Show(const CMessage& message) {
 
 /// "DESCRIPTORS BYTES": what the process holds now.
 inline std::string Cost() {
-  return std::to_string(kavrel_test::OpenDescriptors()) + ' ' +
+  const std::filesystem::directory_iterator open("/proc/self/fd");
+  return std::to_string(std::distance(begin(open), end(open))) + ' ' +
          std::to_string(::mallinfo2().uordblks);
 }
 
