@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
 """Runs the tests that provoke a fault over and over, as often as a night allows, and tells in a table
-how often each was provoked, how many failures there were and how long it took.
+how often each was provoked, how many failures there were, how long it took and what was measured.
 
     long.py BUILD_DIRECTORY [REGULAR_EXPRESSION]
 
 Which tests these are they say themselves: their programs look at KAVREL_TEST_LONG, and each notes in
-its XML output how often it provoked its fault."""
+its XML output how often it provoked its fault. Beside them half an hour of scripts/soak runs."""
 
 import concurrent.futures
 import functools
@@ -20,6 +20,7 @@ import time
 import xml.etree.ElementTree
 
 LIMIT_SECONDS = 4 * 60 * 60
+SOAK = pathlib.Path(__file__).resolve().parents[1] / "soak"
 
 
 @functools.cache
@@ -46,53 +47,88 @@ def long_tests(build, wanted):
             yield test["name"].partition("  #")[0], command, environment_of(test)
 
 
-def times_injected(report):
-    """How often the test says that it provoked its fault; nothing when it says nothing."""
-    try:
-        tree = xml.etree.ElementTree.parse(report)
-    except (OSError, xml.etree.ElementTree.ParseError):
-        return None
-    for found in tree.iter("property"):
-        if found.get("name") == "injected":
-            return int(found.get("value"))
-    return next((int(c.get("injected")) for c in tree.iter("testcase") if c.get("injected")), None)
+class Row:
+    """One fault: `injected` is nothing where the test does not say how often it provoked it."""
 
+    def __init__(self, name):
+        self.name, self.injected, self.figures = name, None, ""
+        self.failed, self.seconds = False, 0.0
 
-def run(test):
-    name, command, changes = test
-    with tempfile.TemporaryDirectory() as directory:
-        report = os.path.join(directory, "report.xml")
-        environment = {**os.environ, **changes, "KAVREL_TEST_LONG": "1"}
+    def run(self, command, environment):
         begun = time.monotonic()
         try:
             done = subprocess.run(
-                [*command, f"--gtest_output=xml:{report}"], env=environment, timeout=LIMIT_SECONDS,
+                command, env=environment, timeout=LIMIT_SECONDS,
                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             )
-            failed, output = done.returncode != 0, done.stdout
+            self.failed, output = done.returncode != 0, done.stdout
         except subprocess.TimeoutExpired as late:
-            failed, output = True, late.stdout or b""
-        seconds = time.monotonic() - begun
-        if failed:
-            sys.stderr.buffer.write(b"--- " + name.encode() + b"\n" + output)
-        return name, times_injected(report), failed, seconds
+            self.failed, output = True, late.stdout or b""
+        self.seconds = time.monotonic() - begun
+        if self.failed:
+            sys.stderr.buffer.write(b"--- " + self.name.encode() + b"\n" + output)
+
+    def __str__(self):
+        injected = "" if self.injected is None else self.injected
+        line = f"{self.name:<84} {injected:>9} {int(self.failed):>8} {self.seconds:>8.1f}  {self.figures}"
+        return line.rstrip()
+
+
+def noted(report):
+    """What the test's XML output notes: {name: value}."""
+    try:
+        tree = xml.etree.ElementTree.parse(report)
+    except (OSError, xml.etree.ElementTree.ParseError):
+        return {}
+    notes = {}
+    for case in tree.iter("testcase"):
+        notes.update(case.attrib)
+    notes.update((found.get("name"), found.get("value")) for found in tree.iter("property"))
+    return notes
+
+
+def run_test(test):
+    name, command, changes = test
+    row = Row(name)
+    with tempfile.TemporaryDirectory() as directory:
+        report = os.path.join(directory, "report.xml")
+        row.run([*command, f"--gtest_output=xml:{report}"],
+                {**os.environ, **changes, "KAVREL_TEST_LONG": "1"})
+        notes = noted(report)
+    row.injected = int(notes["injected"]) if "injected" in notes else None
+    row.figures = notes.get("figures", "")
+    return row
+
+
+def run_soak(build):
+    row = Row("soak")
+    with tempfile.TemporaryDirectory() as directory:
+        report = pathlib.Path(directory, "report.json")
+        row.run([SOAK, "--built", os.path.join(build, "bin"), "--report", report], os.environ)
+        if report.exists():
+            notes = json.loads(report.read_text())
+            row.injected, row.figures = sum(notes["done"].values()), notes["figures"]
+    return row
 
 
 def main():
     build = sys.argv[1]
     wanted = re.compile(sys.argv[2] if len(sys.argv) > 2 else "")
     tests = list(long_tests(build, wanted))
-    if not tests:
+    soaks = bool(wanted.search("soak"))
+    if not tests and not soaks:
         sys.exit(f"{build}: no such test repeats a fault")
-    with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        results = list(pool.map(run, tests))
-    print(f"{'fault':<84} {'injected':>9} {'failures':>8} {'seconds':>8}")
-    for name, injected, failed, seconds in results:
-        if injected is not None or failed:
-            print(f"{name:<84} {injected or '':>9} {int(failed):>8} {seconds:>8.1f}")
-    others = sum(injected is None and not failed for _, injected, failed, _ in results)
+    # A soak mostly waits, beside the others.
+    with concurrent.futures.ThreadPoolExecutor(os.cpu_count() + soaks) as pool:
+        soak = [pool.submit(run_soak, build)] if soaks else []
+        rows = list(pool.map(run_test, tests)) + [each.result() for each in soak]
+    print(f"{'fault':<84} {'injected':>9} {'failures':>8} {'seconds':>8}  figures")
+    for row in rows:
+        if row.injected is not None or row.failed:
+            print(row)
+    others = sum(row.injected is None and not row.failed for row in rows)
     print(f"{others} tests of the same programs provoke their fault once")
-    return any(failed for _, _, failed, _ in results)
+    return any(row.failed for row in rows)
 
 
 if __name__ == "__main__":
