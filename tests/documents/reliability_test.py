@@ -3,7 +3,7 @@
 Its tables have three columns: the promise, its figures, and the tests that keep it. A figure is
 followed by the name of the constant, or of the environment variable, that sets it, or by words that
 say whose it is:  64 (`kMaxClients`); 25 s (GIO's own).  Where two rooms use one name the file comes
-first: `bounds.h/kMaxNameLength`."""
+first: `bounds.h/kMaxNameLength`. The one table whose first head is "who" has a test in each other cell."""
 
 import re
 import unittest
@@ -105,9 +105,26 @@ def all_tests():
     return found
 
 
+def tables():
+    """{first head: rows} of all tables of the page."""
+    found, rows = {}, []
+    for cells in Page(ROOT / "docs/reliability.md").table_rows():
+        if cells[0] in ("promise", "what stays so, and the way out", "who"):
+            rows = found.setdefault(cells[0], [])
+        else:
+            rows.append(cells)
+    return found
+
+
 def promises():
-    rows = Page(ROOT / "docs/reliability.md").table_rows()
-    return [cells for cells in rows if cells[0] not in ("promise", "what stays so, and the way out")]
+    return [cells for head, rows in tables().items() if head != "who" for cells in rows]
+
+
+def victim_faults(cells, tests):
+    """Of a row that names who is killed and stopped."""
+    faults = [f"{cells[0]}: {cell} names no test" for cell in cells[1:] if "`" not in cell]
+    return faults + [f"{name}: no such test" for cell in cells[1:] for name in re.findall(r"`([^`]+)`", cell)
+                     if name not in tests]
 
 
 class Reliability(unittest.TestCase):
@@ -123,6 +140,13 @@ class Reliability(unittest.TestCase):
     def test_every_promise_is_kept_and_every_figure_is_the_codes(self):
         faults = [f for cells in promises() for f in row_faults(cells, self.constants, self.tests)]
         self.assertEqual([], faults)
+
+    def test_whoever_is_killed_or_stopped_has_a_test(self):
+        rows = tables()["who"]
+        self.assertGreater(len(rows), 6)
+        self.assertEqual([], [f for cells in rows for f in victim_faults(cells, self.tests)])
+        self.assertEqual(1, len(victim_faults(["who", "`Suite.Test`", ""], {"Suite.Test"})))
+        self.assertEqual(1, len(victim_faults(["who", "`Suite.Test`", "`No.Test`"], {"Suite.Test"})))
 
     def test_the_page_promises_something(self):
         rows = promises()

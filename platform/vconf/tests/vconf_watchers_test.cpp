@@ -106,7 +106,7 @@ TEST_F(Watchers, AStoppedOneCostsNothingAndEndsWithTheLastValue) {
   Forked running([&] { return WatchForEver(&*other); });
   AwaitWatching(*report);
   AwaitWatching(*other);
-  for (int round = 0; round < Repetitions(20, 500); ++round) {
+  for (int round = 0; round < Repetitions(20, 1000); ++round) {
     stopped.Stop();
     const int last = (round + 1) * 1000;
     Run([&] {

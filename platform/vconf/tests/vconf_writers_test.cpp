@@ -95,6 +95,26 @@ TEST_P(Writers, KilledAtAnyMomentLeaveAWholeValueAndWakeWatchers) {
   EXPECT_EQ(vconf_ignore_key_changed(key.c_str(), Note), 0);
 }
 
+// Stopped, with the lock or without, it hides no value from readers; when it goes on, so do its
+// sets.
+TEST_P(Writers, StoppedAtAnyMomentLeaveReadersWholeValuesAndGoOn) {
+  const std::string key = Key("stopped");
+  const int stops = Repetitions(GetParam() == "db" ? 20 : 50, 1000);
+  std::mt19937 random(20240611);
+  Shared<Progress> progress;
+  const Forked writer([&] { return WriteForEver(key.c_str(), &*progress); });
+  for (int stop = 0; stop < stops; ++stop) {
+    const int enough = progress->done + 1 + static_cast<int>(random() % 5);
+    while (progress->done < enough) ::sched_yield();
+    for (unsigned wait = random() % 4096; wait > 0; --wait) progress->begun.load();
+    writer.Stop();
+    const int number = NumberOf(key.c_str());
+    ASSERT_GE(number, progress->done) << "an acknowledged value is gone in stop " << stop;
+    ASSERT_LE(number, progress->begun);
+    writer.Continue();
+  }
+}
+
 TEST_P(Writers, FourAtOnceNeverTearATextNorLoseOne) {
   const std::string key = Key("four");
   const int texts = Repetitions(GetParam() == "db" ? 25 : 500, 5000);

@@ -111,7 +111,7 @@ TEST_P(AtOnce, FindsEachOther) {
     if (!ready) ++crossed;
     Close();
   }
-  RecordProperty("crossed", crossed);
+  RecordProperty("figures", "crossed: " + std::to_string(crossed));
 }
 
 INSTANTIATE_TEST_SUITE_P(

@@ -270,8 +270,9 @@ TEST_F(FrameworkLifeTest, LivesLeaveNothingBehind) {
   EXPECT_EQ(host_after.descriptors, host_before.descriptors);
   EXPECT_LT(plugin_after.bytes, plugin_before.bytes + kNoGrowth);
   EXPECT_LT(host_after.bytes, host_before.bytes + kNoGrowth);
-  RecordProperty("plugin_growth", static_cast<int>(plugin_after.bytes - plugin_before.bytes));
-  RecordProperty("host_growth", static_cast<int>(host_after.bytes - host_before.bytes));
+  RecordProperty("figures", "growth in bytes: plug-in " +
+                                std::to_string(plugin_after.bytes - plugin_before.bytes) +
+                                ", host " + std::to_string(host_after.bytes - host_before.bytes));
 }
 
 // With a process and a window each, half of them killed.
@@ -299,7 +300,7 @@ TEST_F(FrameworkLifeTest, ProcessesWithWindowsLeaveNothingBehind) {
   const Cost after = TakeCost(*host, "cost");
   EXPECT_EQ(after.descriptors, before.descriptors);
   EXPECT_LT(after.bytes, before.bytes + kNoGrowth);
-  RecordProperty("host_growth", static_cast<int>(after.bytes - before.bytes));
+  RecordProperty("figures", "growth in bytes: host " + std::to_string(after.bytes - before.bytes));
 }
 
 }  // namespace
