@@ -15,7 +15,7 @@ ALLOWED = {
     "mappings": 16,
     "descriptors": 4,
     "threads": 3,
-    "match rules": 8,
+    "match rules": 12,
     "bus names": 8,
     "files": 4,
     # A reader that the machine does not let run keeps the store from using pages again: each wait that

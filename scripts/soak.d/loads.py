@@ -8,7 +8,6 @@ import threading
 from stage import Trouble
 
 PAUSE_SECONDS = 0.2
-NAMES = 3
 
 
 class Load(threading.Thread):
@@ -46,8 +45,8 @@ class Load(threading.Thread):
 
 
 class PluginLives(Load):
-    """Plug-ins of a kind. A viewer keeps the place of one that was killed for the next of its name, so
-    there are few names."""
+    """Plug-ins of a kind, all of one name: a viewer keeps the place of one that was killed for the next of
+    its name."""
 
     def __init__(self, stage, kind, more):
         super().__init__(stage, f"lives of {kind}s")
@@ -55,9 +54,7 @@ class PluginLives(Load):
 
     def live(self):
         program = self.stage.start(
-            self._kind, f"kavrel-plugin-{self._kind}", "--name", f"{self._kind}{self.rounds % NAMES}",
-            *self._more,
-            keep_output=True)
+            self._kind, f"kavrel-plugin-{self._kind}", "--name", self._kind, *self._more, keep_output=True)
         program.wait_for("connected")
         self.end(program)
 

@@ -28,7 +28,9 @@ class Forked {
   ~Forked() { Kill(); }
 
   pid_t pid() const { return pid_; }
-  void Signal(int signal) const { ::kill(pid_, signal); }
+  void Signal(int signal) const {
+    if (pid_ > 0) ::kill(pid_, signal);  // one that has ended must not become everybody
+  }
 
   /// Stops the process and returns when it stands still.
   void Stop() const {

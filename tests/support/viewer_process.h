@@ -74,7 +74,9 @@ class ViewerProcess {
   ~ViewerProcess() { Kill(); }
 
   pid_t pid() const { return pid_; }
-  void Signal(int signal) const { kill(pid_, signal); }
+  void Signal(int signal) const {
+    if (pid_ > 0) kill(pid_, signal);  // one that has ended must not become everybody
+  }
 
   /// kill -9 and wait until it is gone.
   void Kill() {

@@ -119,7 +119,8 @@ TEST_F(Watchers, AStoppedOneCostsNothingAndEndsWithTheLastValue) {
     stopped.Continue();
     AwaitValue(*report, last);
   }
-  EXPECT_LT(std::filesystem::file_size(MemoryFile(".mdb")), 4u << 20);
+  // One that is stopped in the midst of reading keeps all that is set meanwhile, for that time.
+  EXPECT_LT(std::filesystem::file_size(MemoryFile(".mdb")), 16u << 20);
 }
 
 // Writers leave bytes in the wake file, and anybody of the same user may put more into it.
