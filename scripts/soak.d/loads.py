@@ -38,25 +38,27 @@ class Load(threading.Thread):
         if self.trouble:
             raise Trouble(f"{self.name}: {self.trouble}")
 
-    def end(self, program):
-        """As a user does or as a crash does, after a moment of any length."""
+    def end(self, program, number):
+        """After a moment of any length."""
         self._stopped.wait(self._random.uniform(0, PAUSE_SECONDS))
-        program.stop(self._random.choice((signal.SIGTERM, signal.SIGKILL)))
+        program.stop(number)
 
 
 class PluginLives(Load):
-    """Plug-ins of a kind, all of one name: a viewer keeps the place of one that was killed for the next of
-    its name."""
+    """Plug-ins of a kind. A viewer keeps the place of one that was killed for the next of its name; those
+    that leave as they should have each a name of its own."""
 
     def __init__(self, stage, kind, more):
         super().__init__(stage, f"lives of {kind}s")
         self._kind, self._more = kind, more
 
     def live(self):
+        number = self._random.choice((signal.SIGTERM, signal.SIGKILL))
+        name = self._kind if number == signal.SIGKILL else f"{self._kind}{self.rounds}"
         program = self.stage.start(
-            self._kind, f"kavrel-plugin-{self._kind}", "--name", self._kind, *self._more, keep_output=True)
+            self._kind, f"kavrel-plugin-{self._kind}", "--name", name, *self._more, keep_output=True)
         program.wait_for("connected")
-        self.end(program)
+        self.end(program, number)
 
 
 class WatcherLives(Load):
@@ -66,7 +68,7 @@ class WatcherLives(Load):
     def live(self):
         program = self.stage.start("lives", "kavrelctl", "watch", "pip_focus", "visible_banners",
                                    tells_when_ready=True)
-        self.end(program)
+        self.end(program, self._random.choice((signal.SIGTERM, signal.SIGKILL)))
 
 
 class Person(Load):
