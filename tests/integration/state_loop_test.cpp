@@ -147,6 +147,7 @@ TEST_F(StateLoop, GettersAndSettersWorkOnAnyThread) {
   constexpr int kSets = 200;
   ASSERT_EQ(kavrel_register_date_service_available_change_cb(&Note, nullptr), 0);
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; ++thread) {
     threads.emplace_back([thread] {
       for (int value = 1; value <= kSets; ++value) {

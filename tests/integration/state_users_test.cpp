@@ -39,7 +39,7 @@ class StateUsers : public ::testing::Test {
     if (child == 0) {
       if (::setgroups(0, nullptr) != 0 || ::setgid(uid) != 0 || ::setuid(uid) != 0) ::_exit(2);
       body();
-      ::fflush(nullptr);
+      (void)::fflush(nullptr);
       ::_exit(HasFailure() ? 1 : 0);
     }
     int status = -1;

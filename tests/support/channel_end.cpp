@@ -25,8 +25,8 @@ using Json = nlohmann::json;
 
 void Say(const Json& event) {
   const std::string line = event.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
-  std::fwrite(line.data(), 1, line.size(), stdout);
-  std::fflush(stdout);
+  (void)std::fwrite(line.data(), 1, line.size(), stdout);
+  (void)std::fflush(stdout);
 }
 
 CMessage MessageOf(const Json& command) {

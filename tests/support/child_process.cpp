@@ -35,6 +35,7 @@ std::vector<std::string> MergedEnvironment(
 
 std::vector<char*> Pointers(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
   for (std::string& text : texts) pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
@@ -55,7 +56,7 @@ struct Launch {
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
-  ::signal(SIGPIPE, SIG_DFL);
+  (void)::signal(SIGPIPE, SIG_DFL);
   for (int target = 0; target < 3; ++target) {
     if (::dup2(launch.descriptors[static_cast<std::size_t>(target)], target) < 0) ::_exit(127);
   }

@@ -23,7 +23,7 @@ std::string Format(const char* format, va_list arguments) {
   va_copy(again, arguments);
   const int length = std::vsnprintf(nullptr, 0, format, arguments);
   std::string text(length > 0 ? static_cast<std::size_t>(length) : 0, '\0');
-  std::vsnprintf(text.data(), text.size() + 1, format, again);
+  (void)std::vsnprintf(text.data(), text.size() + 1, format, again);
   va_end(again);
   return text;
 }

@@ -36,6 +36,7 @@ TEST(DlogCapture, KeepsTheRecordsOfAllThreads) {
   DlogCapture log;
   {
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) {
       threads.emplace_back([] {
         for (int k = 0; k < 100; ++k) __dlog_print(0, 4, "tag", "%d", k);

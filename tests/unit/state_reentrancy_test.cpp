@@ -306,6 +306,7 @@ TEST_P(StateReentrancy, AgreesWithTheModelBesideEveryOtherAct) {
 
 std::vector<Act> AllActs() {
   std::vector<Act> all;
+  all.reserve(static_cast<int>(Act::Count));
   for (int act = 0; act < static_cast<int>(Act::Count); ++act) all.push_back(static_cast<Act>(act));
   return all;
 }

@@ -67,13 +67,13 @@ Pairs ManyPairs(int count) {
   return pairs;
 }
 
-INSTANTIATE_TEST_SUITE_P(Messages, RoundTrip,
-                         testing::Values(Pairs{}, Pairs{{"a", "1"}},
-                                         Pairs{{"a", "1"}, {"b", "2"}, {"a", "3"}}, Pairs{{"", ""}},
-                                         Pairs{{"Ähre", "日本"}}, ManyPairs(10'000),
-                                         Pairs{{"big", std::string(1024 * 1024, 'x')},
-                                               {std::string(1024 * 1024, 'k'), "big key"}}),
-                         Numbered<Pairs>);
+INSTANTIATE_TEST_SUITE_P(
+    Messages, RoundTrip,
+    testing::Values(Pairs{}, Pairs{{"a", "1"}}, Pairs{{"a", "1"}, {"b", "2"}, {"a", "3"}},
+                    Pairs{{"", ""}}, Pairs{{"Ähre", "日本"}}, ManyPairs(10'000),
+                    Pairs{{"big", std::string(std::size_t{1024} * 1024, 'x')},
+                          {std::string(std::size_t{1024} * 1024, 'k'), "big key"}}),
+    Numbered<Pairs>);
 
 TEST(MessageCodec, EncodesAsTheStatedType) {
   std::string problem;

@@ -459,6 +459,7 @@ TEST_F(ProxyThreads, EightThreadsGetTheirOwnAnswers) {
     QueueResult(sent.sequence, {std::get<std::int32_t>(sent.items[1]) > 0});
   });
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([this, i] {
       for (int k = 0; k < 50; ++k) {

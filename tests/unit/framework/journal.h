@@ -46,8 +46,8 @@ class JournalTest : public testing::Test {
 /// For death tests: in the process that dies, the log goes to its standard error.
 inline void ShowLogOnStandardError(kavrel_test::DlogCapture& log) {
   log.Observe([](const kavrel_test::LogEntry& entry) {
-    std::fprintf(stderr, "%s %s: %s", entry.file.c_str(), entry.function.c_str(),
-                 entry.text.c_str());
+    (void)std::fprintf(stderr, "%s %s: %s", entry.file.c_str(), entry.function.c_str(),
+                       entry.text.c_str());
   });
 }
 

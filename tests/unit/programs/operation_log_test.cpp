@@ -19,7 +19,7 @@ namespace methods = kavrel::app_api::methods;
 
 class OperationLogTest : public ::testing::Test {
  protected:
-  OperationLogTest() : pipe_(MakePipe()) { ::signal(SIGPIPE, SIG_IGN); }
+  OperationLogTest() : pipe_(MakePipe()) { (void)::signal(SIGPIPE, SIG_IGN); }
 
   std::string Read() {
     std::array<char, 65536> bytes{};
