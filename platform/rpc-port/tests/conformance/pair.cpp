@@ -245,11 +245,13 @@ int TestService::Request(const char*, const char* instance, rpc_port_h port, voi
 
 TestClient::TestClient(LoopThread& thread) : thread_(thread) {
   thread.Do([this] {
-    ::rpc_port_proxy_create(&proxy_);
-    ::rpc_port_proxy_add_connected_event_cb(proxy_, &TestClient::Connected, this);
-    ::rpc_port_proxy_add_disconnected_event_cb(proxy_, &TestClient::Disconnected, this);
-    ::rpc_port_proxy_add_rejected_event_cb(proxy_, &TestClient::Rejected, this);
-    ::rpc_port_proxy_add_received_event_cb(proxy_, &TestClient::ReceivedEvent, this);
+    rpc_port_proxy_h proxy = nullptr;
+    ::rpc_port_proxy_create(&proxy);
+    proxy_ = proxy;
+    ::rpc_port_proxy_add_connected_event_cb(proxy, &TestClient::Connected, this);
+    ::rpc_port_proxy_add_disconnected_event_cb(proxy, &TestClient::Disconnected, this);
+    ::rpc_port_proxy_add_rejected_event_cb(proxy, &TestClient::Rejected, this);
+    ::rpc_port_proxy_add_received_event_cb(proxy, &TestClient::ReceivedEvent, this);
   });
 }
 
@@ -260,7 +262,8 @@ TestClient::~TestClient() {
 }
 
 int TestClient::Destroy() {
-  return proxy_ != nullptr ? ::rpc_port_proxy_destroy(std::exchange(proxy_, nullptr)) : 0;
+  const rpc_port_proxy_h proxy = proxy_.exchange(nullptr);
+  return proxy != nullptr ? ::rpc_port_proxy_destroy(proxy) : 0;
 }
 
 int TestClient::ConnectSync(const char* port_name) {

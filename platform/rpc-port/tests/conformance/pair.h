@@ -4,6 +4,7 @@
 #include <glib.h>
 #include <rpc-port.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -214,7 +215,7 @@ class TestClient {
   void Note(const std::string& event);
 
   LoopThread& thread_;
-  rpc_port_proxy_h proxy_ = nullptr;
+  std::atomic<rpc_port_proxy_h> proxy_ = nullptr;  // taken away while an event may be on its way
   rpc_port_h port_ = nullptr;
   rpc_port_h callback_port_ = nullptr;
   std::vector<std::pair<std::string, Hook>> hooks_;
