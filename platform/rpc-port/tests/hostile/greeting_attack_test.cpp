@@ -1,5 +1,4 @@
 // Clients that greet wrongly, half, too often, or in the name of others.
-#include <dirent.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,11 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "descriptors.h"
 #include "hostile_test.h"
 #include "repetitions.h"
 
 namespace {
 
+using kavrel_test::OpenDescriptors;
 using rpc_test::Bytes;
 using rpc_test::CountLog;
 using rpc_test::HelloBytes;
@@ -192,17 +193,9 @@ TEST_F(GreetingAttack, ConnectionsOfOneUserAreCapped) {
   ExpectOthersServed();
 }
 
-std::size_t OpenDescriptors() {
-  std::size_t count = 0;
-  DIR* const directory = ::opendir("/proc/self/fd");
-  while (::readdir(directory) != nullptr) ++count;
-  ::closedir(directory);
-  return count;
-}
-
 TEST_F(GreetingAttack, StormOfConnectionsLeavesNothing) {
   Start();
-  const std::size_t before = OpenDescriptors();
+  const long before = OpenDescriptors();
   const int rounds = kavrel_test::Repetitions(300, 50000);
   for (int round = 0; round < rounds; ++round) {
     rpc_test::TestClient client(client_thread());
