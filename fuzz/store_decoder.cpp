@@ -47,7 +47,7 @@ class Place {
     }
   }
 
-  bool IsSound() const { return kavrel_vconf::IsFileSound(directory_.get(), kName); }
+  bool IsSound() const { return kavrel_vconf::CheckFile(directory_.get(), kName) == 0; }
   std::string path() const { return temporary_.Path(kName); }
 
  private:
@@ -102,7 +102,7 @@ bool DecodeStore(const std::uint8_t* data, std::size_t size) {
   std::unique_ptr<Environment> environment = Open(place);
   if (environment == nullptr) return false;
   std::vector<Record> records;
-  const bool all_sound = kavrel_vconf::ReadSoundRecords(environment.get(), kName, &records);
+  const bool all_sound = kavrel_vconf::ReadSoundRecords(environment.get(), kName, &records) == 0;
   Expect(all_sound || ErrorCount() > errors, "a record is left out for a reason");
   CheckRecords(records);
   Change(*environment, records);

@@ -30,7 +30,8 @@
  * and the log says why.
  *
  * Thread: the process's main thread, for all of them; the first CreateViewerHost() may come from
- * another thread while EFL's loop runs on the main one. Nothing throws.
+ * another thread while EFL's loop runs on the main one. Nothing throws but
+ * std::bad_alloc, when memory is out; then nothing was made.
  */
 #pragma once
 

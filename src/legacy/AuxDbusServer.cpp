@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "AuxDbusNames.h"
+#include "CallbackGuard.h"
 #include "ChannelLog.h"
 #include "SystemBus.h"
 
@@ -37,11 +38,13 @@ void CAuxDbusServer::m_OnDbusAcquiredCb(GDBusConnection* connection, const char*
     return;
   }
   auto& self = *static_cast<CAuxDbusServer*>(server);
-  kavreldbus::PrepareConnection(connection);
-  const std::string path = AuxPath(self.m_Name);
-  self.m_Subscription =
-      glib::SubscribeToSignals(connection, {.interface = name, .path = path.c_str()},
-                               &CAuxDbusServer::m_OnSignalCallCb, &self);
+  kavreldbus::RunToItsEnd(Here(), [&] {
+    kavreldbus::PrepareConnection(connection);
+    const std::string path = AuxPath(self.m_Name);
+    self.m_Subscription =
+        glib::SubscribeToSignals(connection, {.interface = name, .path = path.c_str()},
+                                 &CAuxDbusServer::m_OnSignalCallCb, &self);
+  });
   if (!self.m_Subscription) CHANNEL_ERROR(Here(), "subscribe for signal failed\n\n");
 }
 
@@ -55,7 +58,9 @@ void CAuxDbusServer::m_OnSignalCallCb(GDBusConnection* connection, const char* s
     return;
   }
   const auto& self = *static_cast<CAuxDbusServer*>(server);
-  if (AuxPath(self.m_Name) != OrNone(objectPath)) return;
+  bool is_ours = false;
+  kavreldbus::RunToItsEnd(Here(), [&] { is_ours = AuxPath(self.m_Name) == OrNone(objectPath); });
+  if (!is_ours) return;
   if (parameters == nullptr ||
       !g_variant_is_of_type(parameters, G_VARIANT_TYPE(kavreldbus::kAuxBodyType))) {
     CHANNEL_ERROR(Here(), "Event from %s dropped: body of type %s, must be %s\n", OrNone(sender),
@@ -67,5 +72,7 @@ void CAuxDbusServer::m_OnSignalCallCb(GDBusConnection* connection, const char* s
   gint32 value = 0;
   gint32 flag = 0;
   g_variant_get(parameters, "(&sii)", &text, &value, &flag);
-  if (self.m_Callback != nullptr) self.m_Callback(text, value, flag == 1, self.m_UserData);
+  if (self.m_Callback == nullptr) return;
+  kavreldbus::RunToItsEnd(Here(),
+                          [&] { self.m_Callback(text, value, flag == 1, self.m_UserData); });
 }

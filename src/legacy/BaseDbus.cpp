@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "../common/assertion.h"
+#include "CallbackGuard.h"
 #include "ChannelLog.h"
 #include "MessageCodec.h"
 #include "Util.h"
@@ -250,7 +251,14 @@ bool CBaseDbus::m_NameOwnerChangedCallback(GDBusConnection* connection, GVariant
     CHANNEL_INFO(Here(), "Already monitored unique name %s\n", change.before);
     return false;
   }
-  self.m_TakeOn(change.before, Here());
+  try {
+    self.m_TakeOn(change.before, Here());
+  } catch (...) {
+    // Half taken on it would never be taken on again.
+    self.m_PartnerWatch.Reset();
+    self.m_PartnerSignals.Reset();
+    throw;
+  }
   return true;
 }
 
@@ -287,10 +295,12 @@ void CBaseDbus::m_SynNameOwnerChangedCallback(GDBusConnection* connection, const
   std::optional<PTAutoLockDBus> lock;
   if (self != nullptr) lock.emplace(self->m_Mutex);
   CHANNEL_INFO(Here(), "m_SynNameOwnerChangedCallback\n");
-  if (!m_NameOwnerChangedCallback(connection, parameters, self)) return;
-  std::string name = self->m_HandshakeName(DBUS_SYNACK_SUFFIX);
-  self->m_BroadcastName(name);
-  self->m_State = kPartnerTakenOn;
+  RunToItsEnd(Here(), [&] {
+    if (!m_NameOwnerChangedCallback(connection, parameters, self)) return;
+    std::string name = self->m_HandshakeName(DBUS_SYNACK_SUFFIX);
+    self->m_BroadcastName(name);
+    self->m_State = kPartnerTakenOn;
+  });
 }
 
 void CBaseDbus::m_SynAckNameOwnerChangedCallback(GDBusConnection* connection,
@@ -302,13 +312,15 @@ void CBaseDbus::m_SynAckNameOwnerChangedCallback(GDBusConnection* connection,
   std::optional<PTAutoLockDBus> lock;
   if (self != nullptr) lock.emplace(self->m_Mutex);
   CHANNEL_INFO(Here(), "m_SynAckNameOwnerChangedCallback\n");
-  if (!m_NameOwnerChangedCallback(connection, parameters, self)) return;
-  std::string name = self->m_HandshakeName(DBUS_ACK_SUFFIX);
-  self->m_BroadcastName(name);
-  self->m_State = kReady;
-  if (self->m_Connected == nullptr) return;  // this step tells of the connection only with it
-  self->m_Connected(self->m_UserData);
-  CHANNEL_INFO(Here(), "connection established\n");
+  RunToItsEnd(Here(), [&, where = Here()] {
+    if (!m_NameOwnerChangedCallback(connection, parameters, self)) return;
+    std::string name = self->m_HandshakeName(DBUS_ACK_SUFFIX);
+    self->m_BroadcastName(name);
+    self->m_State = kReady;
+    if (self->m_Connected == nullptr) return;  // this step tells of the connection only with it
+    self->m_Connected(self->m_UserData);
+    CHANNEL_INFO(where, "connection established\n");
+  });
 }
 
 void CBaseDbus::m_AckNameOwnerChangedCallback(GDBusConnection* connection, const char* /*sender*/,
@@ -345,8 +357,10 @@ void CBaseDbus::m_PartnerNameVanishedCallback(GDBusConnection* connection, const
   }
   auto& self = *static_cast<CBaseDbus*>(channel);
   const PTAutoLockDBus lock(self.m_Mutex);
-  const auto partner = self.m_CurrentPartner();
-  if (partner != nullptr && partner->unique_name == OrNone(name)) self.m_LosePartner(Here());
+  RunToItsEnd(Here(), [&, where = Here()] {
+    const auto partner = self.m_CurrentPartner();
+    if (partner != nullptr && partner->unique_name == OrNone(name)) self.m_LosePartner(where);
+  });
 }
 
 // Called with the lock held, and with a partner.
@@ -478,20 +492,30 @@ void CBaseDbus::m_MethodCallback(GDBusConnection* connection, const char* sender
   auto& self = *static_cast<CBaseDbus*>(channel);
   CHANNEL_INFO(Here(), "dbus object name: %s\n", self.m_ObjectPath.c_str());
   if (self.m_ObjectPath != OrNone(objectPath)) return;
+  const glib::Connection kept = glib::Share(connection);
+  const std::weak_ptr<const bool> alive = self.m_Alive;
+  const bool is_done =
+      RunToItsEnd(Here(), [&, where = Here()] { self.m_Answer(call, parameters, sender, where); });
+  if (!is_done) {  // its sender may be waiting
+    g_dbus_method_invocation_return_error_literal(call.release(), G_DBUS_ERROR,
+                                                  G_DBUS_ERROR_NO_MEMORY, "out of memory");
+  }
+  if (alive.expired()) FlushConnection(kept.get());
+}
+
+void CBaseDbus::m_Answer(glib::Invocation& call, GVariant* parameters, const char* sender,
+                         SourceLine where) {
   CMessage message;
   std::string problem;
   if (!MessageCodec::Decode(parameters, message, problem)) {
-    CHANNEL_ERROR(Here(), "Message from %s dropped: %s\n", OrNone(sender), problem.c_str());
+    CHANNEL_ERROR(where, "Message from %s dropped: %s\n", OrNone(sender), problem.c_str());
     g_dbus_method_invocation_return_error_literal(call.release(), G_DBUS_ERROR,
                                                   G_DBUS_ERROR_INVALID_ARGS, problem.c_str());
     return;
   }
-  const glib::Connection kept = glib::Share(connection);
-  const std::weak_ptr<const bool> alive = self.m_Alive;
-  const bool answer = self.t_HandleMessage(message);
+  const bool answer = t_HandleMessage(message);
   g_dbus_method_invocation_return_value(call.release(),
                                         g_variant_new("(b)", answer ? TRUE : FALSE));
-  if (alive.expired()) FlushConnection(kept.get());
 }
 
 void CBaseDbus::m_SignalCallback(GDBusConnection* connection, const char* sender,
@@ -505,13 +529,15 @@ void CBaseDbus::m_SignalCallback(GDBusConnection* connection, const char* sender
   }
   auto& self = *static_cast<CBaseDbus*>(channel);
   if (self.m_ObjectPath != OrNone(objectPath)) return;
-  CMessage message;
-  std::string problem;
-  if (!MessageCodec::Decode(parameters, message, problem)) {
-    CHANNEL_ERROR(Here(), "Notification from %s dropped: %s\n", OrNone(sender), problem.c_str());
-    return;
-  }
-  self.t_HandleNotification(message);
+  RunToItsEnd(Here(), [&, where = Here()] {
+    CMessage message;
+    std::string problem;
+    if (!MessageCodec::Decode(parameters, message, problem)) {
+      CHANNEL_ERROR(where, "Notification from %s dropped: %s\n", OrNone(sender), problem.c_str());
+      return;
+    }
+    self.t_HandleNotification(message);
+  });
 }
 
 }  // namespace kavreldbus

@@ -157,6 +157,8 @@ class CBaseDbus {
                                const char* objectPath, const char* interfaceName,
                                const char* methodName, GVariant* parameters,
                                GDBusMethodInvocation* invocation, void* channel);
+  void m_Answer(kavrel::glib::Invocation& call, GVariant* parameters, const char* sender,
+                kavrel::SourceLine where);
   static void m_SignalCallback(GDBusConnection* connection, const char* sender,
                                const char* objectPath, const char* interfaceName,
                                const char* signalName, GVariant* parameters, void* channel);

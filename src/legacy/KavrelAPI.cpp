@@ -67,6 +67,18 @@ std::unique_ptr<CViewerHost> MakeHost(Evas_Object* rootWindow, HostMessageCB cal
   return std::make_unique<CViewerHost>(rootWindow, callback, userData, hostName);
 }
 
+// A host without plug-ins is not listed, also when there is no memory for its first one.
+void KeepPlugin(const char* hostName, const char* pluginName,
+                std::unique_ptr<IViewerPluggable> plugin) {
+  const auto host = m_Plugins.try_emplace(hostName).first;
+  try {
+    host->second.emplace(pluginName, std::move(plugin));
+  } catch (...) {
+    if (host->second.empty()) m_Plugins.erase(host);
+    throw;
+  }
+}
+
 bool IsHostReady(const char* hostName, SourceLine where) {
   const std::string event = util::CombinateFormatedString(kReadyEvent, hostName, false);
   if (LwipcWaitEvent(event.c_str(), kReadyTimeoutMillis) == 0) return true;
@@ -135,8 +147,9 @@ bool KavrelAPI::CreatePluggable(VIEWER_PLUGIN_TYPE type, const char* pluginName,
   }
   kavrel::ServeGlibInEflLoop();
   auto created = std::make_unique<CViewerPlugin>(type, pluginName, hostName);
-  *plugin = created.get();
-  m_Plugins[hostName].emplace(pluginName, std::move(created));
+  IViewerPluggable* const made = created.get();
+  KeepPlugin(hostName, pluginName, std::move(created));
+  *plugin = made;
   if (host != m_Plugins.end()) {
     CHANNEL_INFO(Here(), "create plugin successfully!\n");
   } else {

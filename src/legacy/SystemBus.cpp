@@ -9,9 +9,11 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <utility>
 
+#include "CallbackGuard.h"
 #include "ChannelLog.h"
 
 namespace kavreldbus {
@@ -80,8 +82,13 @@ glib::Connection GetSharedConnection(glib::Error& error) {
   if (Known().IsThere()) {
     return glib::Connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, nullptr, error.Out()));
   }
-  const TimeLimit limit(kConnectLimit);
-  return glib::Connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, limit.cancellable(), error.Out()));
+  try {
+    const TimeLimit limit(kConnectLimit);
+    return glib::Connection(g_bus_get_sync(G_BUS_TYPE_SYSTEM, limit.cancellable(), error.Out()));
+  } catch (const std::system_error& no_thread) {
+    error.Set(G_IO_ERROR_FAILED, std::string("no thread to limit the wait: ") + no_thread.what());
+    return nullptr;
+  }
 }
 
 bool IsChannelInterface(std::string_view interface) {
@@ -101,11 +108,13 @@ class TrafficFilter {
   static GDBusMessage* See(GDBusConnection* /*connection*/, GDBusMessage* message,
                            gboolean incoming, void* data) {
     auto& filter = *static_cast<TrafficFilter*>(data);
-    if (incoming) {
-      filter.SeeIncoming(message);
-    } else {
-      filter.SeeOutgoing(message);
-    }
+    RunToItsEnd(Here(), [&] {
+      if (incoming) {
+        filter.SeeIncoming(message);
+      } else {
+        filter.SeeOutgoing(message);
+      }
+    });
     return message;
   }
 
@@ -224,9 +233,11 @@ struct LossWatch::Shared {
   static void OnClosed(GDBusConnection* /*connection*/, gboolean /*vanished*/, GError* /*error*/,
                        void* data) {
     const Pointer& shared = *static_cast<Pointer*>(data);
-    g_main_context_invoke_full(shared->context.get(), G_PRIORITY_DEFAULT, &Shared::Call,
-                               new Pointer(shared),
-                               [](void* pointer) { delete static_cast<Pointer*>(pointer); });
+    RunToItsEnd(Here(), [&] {
+      g_main_context_invoke_full(shared->context.get(), G_PRIORITY_DEFAULT, &Shared::Call,
+                                 new Pointer(shared),
+                                 [](void* pointer) { delete static_cast<Pointer*>(pointer); });
+    });
   }
 
   static gboolean Call(void* data) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "../common/assertion.h"
+#include "CallbackGuard.h"
 #include "ChannelLog.h"
 #include "Util.h"
 
@@ -54,11 +55,21 @@ CViewerPlugin::CViewerPlugin(VIEWER_PLUGIN_TYPE type, std::string pluginName, st
                   m_PluginName.c_str());
     return;
   }
+  try {
+    m_Connect(Here());
+  } catch (...) {
+    // The client by itself lets the watch of the host's name, which calls this object, stand.
+    m_AuxClient->UnregisterDbusNameHandler();
+    throw;
+  }
+}
+
+void CViewerPlugin::m_Connect(SourceLine where) {
   m_AuxClient->RegisterDbusNameHandler(&CViewerPlugin::m_AuxDbusNameAppearedCallback,
                                        &CViewerPlugin::m_AuxDbusNameVanishedCallback, this);
   m_Channel.reset(new (std::nothrow) CPluginDbus(m_HostName, m_PluginName));
   if (!m_Channel) {
-    CHANNEL_ERROR(Here(), "Failed to create dbus for plugin: %s!\n", m_PluginName.c_str());
+    CHANNEL_ERROR(where, "Failed to create dbus for plugin: %s!\n", m_PluginName.c_str());
     return;
   }
   m_AuxClient->SendNotification(m_PluginName.c_str(), m_Type, true);
@@ -234,7 +245,9 @@ void CViewerPlugin::m_AuxDbusNameAppearedCallback(GDBusConnection*, const char* 
   Assert(plugin != nullptr, Here(), "pThis != NULL");
   const auto* const self = static_cast<CViewerPlugin*>(plugin);
   CHANNEL_INFO(Here(), "%s\n", self->m_PluginName.c_str());
-  self->m_AuxClient->SendNotification(self->m_PluginName.c_str(), self->m_Type, true);
+  kavreldbus::RunToItsEnd(Here(), [&] {
+    self->m_AuxClient->SendNotification(self->m_PluginName.c_str(), self->m_Type, true);
+  });
 }
 
 // The callback may destroy the plug-in.

@@ -56,6 +56,7 @@ class CViewerPlugin : public IViewerPluggable {
   bool m_SendRepositoryKey(const char* messageName, const CKeyRepository& keys);
   bool m_SendName(const char* messageName);
   void m_SendSwitch(const char* messageName, const std::string& what);
+  void m_Connect(kavrel::SourceLine where);
   bool m_HandleKey(const std::string& keyName, const CMessage& message, kavrel::SourceLine where);
 
   VIEWER_PLUGIN_TYPE m_Type;

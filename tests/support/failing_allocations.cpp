@@ -3,57 +3,29 @@
 #include <cstdlib>
 #include <new>
 
+#include "next_function.h"
+
 namespace kavrel_test {
 namespace {
 
-struct Plan {
-  bool armed = false;
-  int failing = 0;  // which one fails
-  int count = 0;
-};
-
-thread_local Plan the_plan;
 thread_local long live_allocations = 0;
 
-bool ThisOneFails() {
-  if (!the_plan.armed || FakeAtWork::Any()) return false;
-  return ++the_plan.count == the_plan.failing;
+#ifndef KAVREL_CALLS_CAN_FAIL
+void* RealMalloc(std::size_t size) {
+  return std::malloc(size);
 }
-
-}  // namespace
-
-FailingAllocation::FailingAllocation(int nth) {
-  the_plan = {true, nth, 0};
+#else
+void* RealMalloc(std::size_t size) {
+  static constinit NextFunction<void*(std::size_t)> next{"malloc"};
+  return next(size);
 }
+#endif
 
-FailingAllocation::~FailingAllocation() {
-  the_plan.armed = false;
-}
-
-bool FailingAllocation::has_failed() const {
-  return the_plan.failing != 0 && the_plan.count >= the_plan.failing;
-}
-
-int FailingAllocation::count() const {
-  return the_plan.count;
-}
-
-long LiveAllocations() {
-  return live_allocations;
-}
-
-namespace {
-
-void* TryToAllocate(std::size_t size) {
-  if (ThisOneFails()) return nullptr;
-  void* const memory = std::malloc(size > 0 ? size : 1);
+void* TryToAllocate(std::size_t size, const void* caller) {
+  if (FailsNow(Fault::kNew, caller) || FailsNow(Fault::kMemory, caller)) return nullptr;
+  void* const memory = RealMalloc(size > 0 ? size : 1);
   if (memory != nullptr) ++live_allocations;
   return memory;
-}
-
-void* Allocate(std::size_t size) {
-  if (void* const memory = TryToAllocate(size)) return memory;
-  throw std::bad_alloc();
 }
 
 void Free(void* memory) {
@@ -64,21 +36,58 @@ void Free(void* memory) {
 
 }  // namespace
 
+long LiveAllocations() {
+  return live_allocations;
+}
+
 }  // namespace kavrel_test
 
-void* operator new(std::size_t size) {
-  return kavrel_test::Allocate(size);
+using kavrel_test::Fault;
+using kavrel_test::NextFunction;
+
+#pragma GCC visibility push(default)
+
+// Not inlined: the compiler would see malloc behind new and free behind delete, and complain.
+[[gnu::noinline]] void* operator new(std::size_t size) {
+  if (void* const memory = kavrel_test::TryToAllocate(size, __builtin_return_address(0))) {
+    return memory;
+  }
+  throw std::bad_alloc();
 }
 
 // The library's own calls the one above; a sanitizer's does not.
-void* operator new(std::size_t size, const std::nothrow_t& /*nothrow*/) noexcept {
-  return kavrel_test::TryToAllocate(size);
+[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return kavrel_test::TryToAllocate(size, __builtin_return_address(0));
 }
 
-void operator delete(void* memory) noexcept {
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
   kavrel_test::Free(memory);
 }
 
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
   kavrel_test::Free(memory);
 }
+
+#ifdef KAVREL_CALLS_CAN_FAIL
+extern "C" {
+
+void* malloc(std::size_t size) {
+  static constinit NextFunction<void*(std::size_t)> next{"malloc"};
+  return FailsNow(Fault::kMemory, __builtin_return_address(0)) ? nullptr : next(size);
+}
+
+void* realloc(void* memory, std::size_t size) {
+  static constinit NextFunction<void*(void*, std::size_t)> next{"realloc"};
+  return FailsNow(Fault::kMemory, __builtin_return_address(0)) ? nullptr : next(memory, size);
+}
+
+// The C library's own calls malloc from inside itself, which is nobody's of ours.
+char* strdup(const char* text) {
+  static constinit NextFunction<char*(const char*)> next{"strdup"};
+  return FailsNow(Fault::kMemory, __builtin_return_address(0)) ? nullptr : next(text);
+}
+
+}  // extern "C"
+#endif
+
+#pragma GCC visibility pop

@@ -1,12 +1,13 @@
-// Lets an allocation fail, to see what is left behind. Works in programs that link the target
-// kavrel_failing_allocations, which replaces operator new.
+// What allocates: operator new that can fail (see faults.h) and is counted.
 #pragma once
 
 #include <cstddef>
 
+#include "faults.h"
+
 namespace kavrel_test {
 
-/// While one exists, allocations of its thread succeed: a fake's own bookkeeping is not under test.
+/// While one exists, nothing of its thread fails: a fake's own bookkeeping is not under test.
 class FakeAtWork {
  public:
   FakeAtWork() { ++depth_; }
@@ -20,18 +21,17 @@ class FakeAtWork {
   static inline thread_local int depth_ = 0;
 };
 
-/// From its making to its end the `nth` allocation of this thread fails, once; with 0 none does,
-/// and they are counted.
+/// The `nth` operator new fails, once.
 class FailingAllocation {
  public:
-  explicit FailingAllocation(int nth);
-  FailingAllocation(const FailingAllocation&) = delete;
-  FailingAllocation& operator=(const FailingAllocation&) = delete;
-  ~FailingAllocation();
+  explicit FailingAllocation(int nth) : fault_(Fault::kNew, nth) {}
 
-  bool has_failed() const;
+  bool has_failed() const { return fault_.has_occurred(); }
   /// Allocations so far, the failed one included.
-  int count() const;
+  int count() const { return fault_.count(); }
+
+ private:
+  ScopedFault fault_;
 };
 
 /// How many pieces of memory this thread has taken with operator new and not given back.

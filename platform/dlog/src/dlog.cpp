@@ -67,14 +67,20 @@ class ErrnoKeeper {
   int value_ = errno;
 };
 
+// For a record that never got as far as the output.
+int Lose(int result) noexcept {
+  lost.fetch_add(1, std::memory_order_relaxed);
+  return result;
+}
+
 int Log(int priority, const char* tag, const char* format, va_list arguments) noexcept {
   const ErrnoKeeper keeper;
   const Settings* const settings = Current();
-  if (settings == nullptr) return -ENOMEM;
+  if (settings == nullptr) return Lose(-ENOMEM);
   if (priority < settings->threshold) return 0;
   keeper.Restore();
   TextBuffer text;
-  if (const int result = FormatText(text, format, arguments); result != 0) return result;
+  if (const int result = FormatText(text, format, arguments); result != 0) return Lose(result);
   const Record record{priority, tag != nullptr ? tag : "", text.view()};
   const int result = Emit(*settings->sink, record);
   return result != 0 ? result : static_cast<int>(text.size());

@@ -48,8 +48,8 @@ void AppendRecord(TextBuffer& line, const Record& record, std::size_t limit) noe
   AppendPriorityAndTag(line, record);
   AppendOrigin(line);
   const std::size_t end = kCutMark.size() + 1;
-  if (!AppendClean(line, record.text, Newlines::kEscape, limit - end)) line.Append(kCutMark);
-  line.Append("\n");
+  if (!AppendClean(line, record.text, Newlines::kEscape, limit - end)) line.AppendEnd(kCutMark);
+  line.AppendEnd("\n");
 }
 
 bool IsPlain(char byte) {
@@ -109,7 +109,7 @@ int FormatText(TextBuffer& text, const char* format, va_list arguments) noexcept
   const std::size_t kept = std::min(whole, text.capacity() - 1);
   text.SetSize(kept);
   if (kept > 0 && kept == whole && text.data()[kept - 1] == '\n') text.SetSize(kept - 1);
-  if (kept < whole) text.Append(kCutMark);
+  if (kept < whole) text.AppendEnd(kCutMark);
   return 0;
 }
 
@@ -118,7 +118,7 @@ bool AppendClean(TextBuffer& out, std::string_view text, Newlines newlines,
   while (!text.empty()) {
     const std::size_t room = limit - std::min(limit, out.size());
     if (const std::size_t run = std::min(PlainRun(text), room); run > 0) {
-      if (!out.Append(text.substr(0, run))) return false;
+      if (!out.AppendWhatFits(text.substr(0, run))) return false;
       text.remove_prefix(run);
       continue;
     }

@@ -29,7 +29,7 @@ int LwipcEventDone(const char* event) __attribute__((visibility("default")));
  *
  * @param event  the event's name
  * @return 1 (raised), 0 (not), or a negative errno value: the process is out of descriptors or
- *         memory and nothing is known */
+ *         memory, or the event's file cannot be read, and nothing is known */
 int LwipcIsDone(const char* event) __attribute__((visibility("default")));
 
 /** Waits until the event is raised. Blocks the calling thread.

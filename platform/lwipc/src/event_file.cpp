@@ -37,14 +37,19 @@ bool IsLockedByWriter(int fd) {
   return ::fcntl(fd, F_OFD_GETLK, &lock) == 0 && lock.l_type == F_WRLCK;
 }
 
+// False with errno set. A disk that is nearly full takes a part.
 bool WriteContent(int fd, const std::string& content) {
-  return ::write(fd, content.data(), content.size()) == static_cast<ssize_t>(content.size());
+  const ssize_t size = ::write(fd, content.data(), content.size());
+  if (size >= 0) errno = ENOSPC;
+  return size == static_cast<ssize_t>(content.size());
 }
 
-bool HoldsContent(int fd, const std::string& content) {
+// 1 or 0, or a negative errno value when the file cannot be read.
+int HoldsContent(int fd, const std::string& content) {
   std::array<char, std::size_t{2} * PATH_MAX> found;
   const ssize_t size = ::pread(fd, found.data(), found.size(), 0);
-  return size >= 0 && content == std::string_view(found.data(), static_cast<std::size_t>(size));
+  if (size < 0) return -errno;
+  return content == std::string_view(found.data(), static_cast<std::size_t>(size)) ? 1 : 0;
 }
 
 bool IsTrustedFile(const struct stat& status) {
@@ -107,7 +112,7 @@ int TestEventFile(const Place& place) {
                                O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
   if (!file) return NotRaisedUnlessShort();
   if (::fstat(file.get(), &status) != 0 || !IsTrustedFile(status)) return 0;
-  return IsLockedByWriter(file.get()) && HoldsContent(file.get(), place.content) ? 1 : 0;
+  return IsLockedByWriter(file.get()) ? HoldsContent(file.get(), place.content) : 0;
 }
 
 }  // namespace lwipc

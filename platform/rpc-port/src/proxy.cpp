@@ -116,6 +116,18 @@ bool Proxy::OnHandshakeEvent() {
   if (IsForeign()) return false;
   const std::lock_guard lock(mutex_);
   if (is_destroyed_ || handshake_ == nullptr) return false;
+  try {
+    return AdvanceHandshake();
+  } catch (const std::exception& error) {
+    // Memory has run out. Who waits for an event gets one.
+    RPC_LOG_ERROR("the connect to \"%s\" failed: %s", endpoint_.c_str(), error.what());
+    Abandon(-ENOMEM);
+    Raise(rejected_);
+    return false;
+  }
+}
+
+bool Proxy::AdvanceHandshake() {
   const int fd_before = handshake_->fd();
   const auto state = handshake_->Advance();
   if (state == ClientHandshake::State::kUnderWay) {

@@ -44,6 +44,7 @@ class Proxy final : public ProcessBound, public std::enable_shared_from_this<Pro
   int Abandon(int code);
   void WatchHandshake();
   bool OnHandshakeEvent();
+  bool AdvanceHandshake();
   void Adopt(ClientHandshake& handshake);
   bool OnCallbackPortEvent();
   void DeliverReceived();

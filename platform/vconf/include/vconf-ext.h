@@ -60,7 +60,7 @@ VCONF_EXPORT int vconf_ext_list(const char* prefix, vconf_ext_visit_fn visit, vo
 VCONF_EXPORT uint64_t vconf_ext_keynode_get_revision(keynode_t* node);
 
 /** The directories that hold the stores of this process, null for a family other than "memory" and
- * "db". Owned by the library. Nothing is created. */
+ * "db", and when memory is out. Owned by the library. Nothing is created. */
 VCONF_EXPORT const char* vconf_ext_store_directory(const char* family);
 
 #ifdef __cplusplus

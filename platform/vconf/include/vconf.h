@@ -69,8 +69,8 @@ VCONF_EXPORT int vconf_set_int(const char* key, int value);
 VCONF_EXPORT int vconf_notify_key_changed(const char* key, vconf_callback_fn cb, void* user_data);
 
 /** Ends a registration: on return no further call of `cb` for `key` begins. Called on another
- * thread than the one that delivers, a call already begun may still be running. -2 (ENOENT) when
- * there is no such registration. */
+ * thread than the one that delivers, a call already begun may still be running. Needs no
+ * memory. -2 (ENOENT) when there is no such registration. */
 VCONF_EXPORT int vconf_ignore_key_changed(const char* key, vconf_callback_fn cb);
 
 /** @{ */

@@ -24,8 +24,6 @@ using kavrel_platform::UniqueFd;
 // For dead readers; each look asks the kernel about every reader.
 constexpr std::size_t kGrowthBetweenLooks = std::size_t{256} << 10;
 
-constexpr int kDamaged = 1;  // beside negative errno values: the values' file cannot be used
-
 bool IsReadOnlyError(int error) {
   return error == -EROFS;
 }
@@ -118,8 +116,8 @@ int Connection::OpenFiles() {
   UniqueFd lock;
   if (int error = LockDirectory(directory_.get(), &lock); error != 0) return error;
   int error = OpenStore();
-  if (error == kDamaged) error = OpenStore();  // the files that were set aside made room
-  return error == kDamaged ? -EIO : error;
+  if (error == kFileDamaged) error = OpenStore();  // the files that were set aside made room
+  return error == kFileDamaged ? -EIO : error;
 }
 
 int Connection::OpenStore() {
@@ -144,18 +142,18 @@ int Connection::Join() {
   if (::fstatat(directory_.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
       S_ISREG(status.st_mode) &&
       static_cast<std::uint64_t>(status.st_size) >= control_->file_size.load()) {
-    if (int error = OpenEnvironment(0); error != kDamaged) return error;
+    if (int error = OpenEnvironment(0); error != kFileDamaged) return error;
   }
   RetireControl(std::exchange(control_, nullptr));
   const int error = SetAside(directory_.get(), name);
-  return error != 0 ? error : kDamaged;
+  return error != 0 ? error : kFileDamaged;
 }
 
 int Connection::OpenControl() {
   const std::string name = FileName(".control");
   control_file_ = OpenOwnFile(directory_.get(), name, O_RDWR);
   if (!control_file_) return -errno;
-  control_info_ = InspectControl(control_file_.get());
+  if (int error = InspectControl(control_file_.get(), &control_info_); error != 0) return error;
   if (!control_info_.is_retired) return 0;
   if (::unlinkat(directory_.get(), name.c_str(), 0) != 0) return -errno;
   control_file_ = OpenOwnFile(directory_.get(), name, O_RDWR);
@@ -167,7 +165,7 @@ int Connection::OpenAlone() {
   if (int error = RemoveFile(directory_.get(), FileName(".mdb-lock")); error != 0) return error;
   std::vector<Record> rescued;
   int error = OpenChecked(&rescued);
-  if (error == kDamaged) error = BeginAnew(rescued);
+  if (error == kFileDamaged) error = BeginAnew(rescued);
   if (error != 0) return error;
   if (family_ == Family::kDurable) SyncDirectories(directory_.get());
   return InitialiseControl(control_file_.get(), control_info_.sequence, control_info_.generation);
@@ -175,16 +173,16 @@ int Connection::OpenAlone() {
 
 int Connection::OpenChecked(std::vector<Record>* rescued) {
   const std::string name = FileName(".mdb");
-  if (!IsFileSound(directory_.get(), name)) return kDamaged;
+  if (int error = CheckFile(directory_.get(), name); error != 0) return error;
   if (int error = OpenEnvironment(0); error != 0) return error;
-  return ReadSoundRecords(environment_.get(), name, rescued) ? 0 : kDamaged;
+  return ReadSoundRecords(environment_.get(), name, rescued);
 }
 
 int Connection::BeginAnew(const std::vector<Record>& rescued) {
   environment_.reset();
   control_info_.generation = 0;
   if (int error = SetAside(directory_.get(), FileName(".mdb")); error != 0) return error;
-  if (int error = OpenEnvironment(0); error != 0) return error == kDamaged ? -EIO : error;
+  if (int error = OpenEnvironment(0); error != 0) return error == kFileDamaged ? -EIO : error;
   return WriteRecords(environment_.get(), rescued);
 }
 
@@ -204,19 +202,18 @@ int Connection::OpenEnvironment(unsigned flags) {
     if (family_ == Family::kMemory) flags |= MDB_NOSYNC;
   }
   const int result = Environment::Open(Path(".mdb"), flags, &environment_);
-  if (result >= 0) return ErrorOfLmdb(result);
-  // LMDB's own results: the file is not one of its, or of another version.
+  if (!IsDamage(result)) return ErrorOfLmdb(result);
   VCONF_LOG_ERROR("cannot open %s: %s", Path(".mdb").c_str(), mdb_strerror(result));
-  return kDamaged;
+  return kFileDamaged;
 }
 
 int Connection::OpenReadOnly() {
   directory_ = kavrel_platform::OpenExistingPrivateDirectory(directory_path_);
   if (!directory_) return errno == ENOENT ? 0 : -errno;
   if (::faccessat(directory_.get(), FileName(".mdb").c_str(), F_OK, 0) != 0) return 0;
-  if (!IsFileSound(directory_.get(), FileName(".mdb"))) return 0;
-  const int error = OpenEnvironment(MDB_RDONLY);
-  return error == kDamaged ? 0 : error;
+  int error = CheckFile(directory_.get(), FileName(".mdb"));
+  if (error == 0) error = OpenEnvironment(MDB_RDONLY);
+  return error == kFileDamaged ? 0 : error;
 }
 
 bool Connection::IsIntact() const {

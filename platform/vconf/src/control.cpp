@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "barrier.h"
+#include "damage.h"
 #include "patience.h"
 
 namespace kavrel_vconf {
@@ -21,11 +22,15 @@ constexpr std::uint64_t kMagic = 0x766e6f63666b7601;  // says "vconfk", and the 
 // Processes of another word size or C library lay the page out differently: they must not mix.
 constexpr std::uint32_t kFormat = 1 + (sizeof(void*) << 8) + (sizeof(pthread_mutex_t) << 16);
 
-std::array<char, 48> BootId() {
-  std::array<char, 48> id{};
+using BootId = std::array<char, 48>;
+
+// All zeros on a system that has none. 0, or a negative errno value when it cannot be read now:
+// then nobody knows whether values are of this boot, and none may be thrown away.
+int ReadBootId(BootId* id) {
+  id->fill(0);
   kavrel_platform::UniqueFd file(::open("/proc/sys/kernel/random/boot_id", O_RDONLY | O_CLOEXEC));
-  if (file && ::read(file.get(), id.data(), id.size() - 1) < 0) id.fill(0);
-  return id;
+  if (!file) return IsShortage(errno) ? -errno : 0;
+  return ::read(file.get(), id->data(), id->size() - 1) < 0 ? -errno : 0;
 }
 
 // Differs from that of every other store that a process of this machine can still know.
@@ -50,32 +55,29 @@ struct Head {
   std::uint64_t magic = 0;
   std::uint32_t format = 0;
   std::uint32_t size = 0;
-  std::array<char, 48> boot_id{};
+  BootId boot_id{};
   std::uint64_t generation = 0;
 };
 static_assert(offsetof(ControlPage, generation) == offsetof(Head, generation));
 
-bool ReadHead(int fd, Head* head) {
-  if (!HasPageSize(fd)) return false;
-  if (::pread(fd, head, sizeof *head, 0) != static_cast<ssize_t>(sizeof *head)) return false;
-  return head->magic == kMagic && head->format == kFormat && head->size == sizeof(ControlPage);
-}
-
-template <typename Number>
-Number ReadMember(int fd, std::size_t offset) {
-  Number number = 0;
-  const ssize_t size = ::pread(fd, &number, sizeof number, static_cast<off_t>(offset));
-  return size == static_cast<ssize_t>(sizeof number) ? number : 0;
+// Of a file that is long enough. 0 or a negative errno value.
+template <typename Object>
+int ReadAt(int fd, std::size_t offset, Object* object) {
+  const ssize_t size = ::pread(fd, object, sizeof *object, static_cast<off_t>(offset));
+  return size < 0 ? -errno : 0;
 }
 
 // A hole in the file could only be filled when it is first written through the map, and on a full
-// disk that is a SIGBUS: write it all now, when a failure is still an error code.
-int FillWithZeros(int fd) {
+// disk that is a SIGBUS: write it all now, when a failure is still an error code. The head is
+// written with it: whatever fails from here on, the values beside the page stay those of this boot.
+int WritePage(int fd, const Head& head, std::uint64_t sequence) {
+  std::vector<char> page(sizeof(ControlPage));
+  std::memcpy(page.data(), &head, sizeof head);
+  std::memcpy(page.data() + offsetof(ControlPage, sequence), &sequence, sizeof sequence);
   if (::ftruncate(fd, sizeof(ControlPage)) != 0) return -errno;
-  const std::vector<char> zeros(sizeof(ControlPage));
-  const ssize_t written = ::pwrite(fd, zeros.data(), zeros.size(), 0);
+  const ssize_t written = ::pwrite(fd, page.data(), page.size(), 0);
   if (written < 0) return -errno;
-  return written == static_cast<ssize_t>(zeros.size()) ? 0 : -ENOSPC;
+  return written == static_cast<ssize_t>(page.size()) ? 0 : -ENOSPC;
 }
 
 int InitialiseLock(pthread_mutex_t* lock) {
@@ -95,31 +97,34 @@ ControlPage* Map(int fd) {
 
 }  // namespace
 
-ControlInfo InspectControl(int fd) {
+int InspectControl(int fd, ControlInfo* info) {
+  *info = ControlInfo();
   Head head;
-  ControlInfo info;
-  if (!ReadHead(fd, &head)) return info;
-  info.is_valid = true;
-  info.is_retired = ReadMember<std::uint32_t>(fd, offsetof(ControlPage, retired)) != 0;
-  info.is_of_this_boot = head.boot_id == BootId();
-  info.generation = head.generation;
-  info.sequence = ReadMember<std::uint64_t>(fd, offsetof(ControlPage, sequence));
-  return info;
+  if (!HasPageSize(fd)) return 0;
+  if (int error = ReadAt(fd, 0, &head); error != 0) return error;
+  if (head.magic != kMagic || head.format != kFormat || head.size != sizeof(ControlPage)) return 0;
+  std::uint32_t retired = 0;
+  BootId boot_id{};
+  int error = ReadAt(fd, offsetof(ControlPage, retired), &retired);
+  if (error == 0) error = ReadAt(fd, offsetof(ControlPage, sequence), &info->sequence);
+  if (error == 0) error = ReadBootId(&boot_id);
+  info->is_valid = true;
+  info->is_retired = retired != 0;
+  info->is_of_this_boot = head.boot_id == boot_id;
+  info->generation = head.generation;
+  return error;
 }
 
 int InitialiseControl(int fd, std::uint64_t sequence, std::uint64_t generation) {
   ++sequence;
-  if (int error = FillWithZeros(fd); error != 0) return error;
+  Head head{kMagic, kFormat, sizeof(ControlPage), {}, generation};
+  if (generation == 0) head.generation = NewGeneration();
+  if (int error = ReadBootId(&head.boot_id); error != 0) return error;
+  if (int error = WritePage(fd, head, sequence); error != 0) return error;
   ControlPage* page = Map(fd);
   if (page == nullptr) return -errno;
   for (auto& word : page->words) word.store(2 * sequence, std::memory_order_relaxed);
-  page->sequence.store(sequence, std::memory_order_relaxed);
-  page->format = kFormat;
-  page->size = sizeof(ControlPage);
-  page->boot_id = BootId();
-  page->generation = generation != 0 ? generation : NewGeneration();
   const int error = InitialiseLock(&page->writer_lock);
-  page->magic = kMagic;
   ::munmap(page, sizeof(ControlPage));
   return error;
 }

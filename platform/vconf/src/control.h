@@ -54,7 +54,8 @@ inline bool IsSettled(std::uint64_t word) {
   return (word & 1) == 0;
 }
 
-/// What a control file says before it is mapped.
+/// What a control file says before it is mapped. Nothing of it holds when it cannot be read: the
+/// result is then a negative errno value, else 0.
 struct ControlInfo {
   bool is_valid = false;  // otherwise the other members say nothing
   bool is_retired = false;
@@ -62,7 +63,7 @@ struct ControlInfo {
   std::uint64_t sequence = 0;
   std::uint64_t generation = 0;
 };
-ControlInfo InspectControl(int fd);
+int InspectControl(int fd, ControlInfo* info);
 
 /// Writes a new page for a store that no other process has open, its words and its counter beyond
 /// `sequence`: nothing that this process kept before can be taken for new. A `generation` of 0

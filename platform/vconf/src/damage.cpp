@@ -13,22 +13,32 @@
 
 namespace kavrel_vconf {
 
-bool IsFileSound(int directory, const std::string& name) {
-  const kavrel_platform::UniqueFd file(
-      ::openat(directory, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!file && errno == ENOENT) return true;
-  if (!file) {
-    VCONF_LOG_ERROR("%s cannot be opened: %s", name.c_str(), std::strerror(errno));
-    return false;
-  }
-  const std::string damage = FileCheck(file.get(), kLargestStore).FindDamage();
-  if (damage.empty()) return true;
-  VCONF_LOG_ERROR("%s: %s", name.c_str(), damage.c_str());
-  return false;
+bool IsShortage(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOMEM || error == EIO;
 }
 
-bool ReadSoundRecords(Environment* environment, const std::string& name,
-                      std::vector<Record>* sound) {
+int CheckFile(int directory, const std::string& name) {
+  const kavrel_platform::UniqueFd file(
+      ::openat(directory, name.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file && errno == ENOENT) return 0;
+  if (!file) {
+    const int error = errno;
+    VCONF_LOG_ERROR("%s cannot be opened: %s", name.c_str(), std::strerror(error));
+    return IsShortage(error) ? -error : kFileDamaged;
+  }
+  FileCheck check(file.get(), kLargestStore);
+  const std::string damage = check.FindDamage();
+  if (check.error() != 0) {
+    VCONF_LOG_ERROR("%s cannot be read: %s", name.c_str(), std::strerror(check.error()));
+    return -check.error();
+  }
+  if (damage.empty()) return 0;
+  VCONF_LOG_ERROR("%s: %s", name.c_str(), damage.c_str());
+  return kFileDamaged;
+}
+
+int ReadSoundRecords(Environment* environment, const std::string& name,
+                     std::vector<Record>* sound) {
   Transaction transaction;
   Cursor cursor;
   std::string_view key;
@@ -48,9 +58,9 @@ bool ReadSoundRecords(Environment* environment, const std::string& name,
       all_sound = false;
     }
   }
-  if (result == MDB_NOTFOUND) return all_sound;
+  if (result == MDB_NOTFOUND) return all_sound ? 0 : kFileDamaged;
   VCONF_LOG_ERROR("%s cannot be read: %s", name.c_str(), mdb_strerror(result));
-  return false;
+  return IsDamage(result) ? kFileDamaged : ErrorOfLmdb(result);
 }
 
 int WriteRecords(Environment* environment, const std::vector<Record>& records) {

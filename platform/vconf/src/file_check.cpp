@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 
@@ -101,9 +102,11 @@ bool FileCheck::Fail(const std::string& what, PageNumber page) {
   return false;
 }
 
-bool FileCheck::Read(std::size_t offset, void* target, std::size_t size) const {
-  return offset <= file_size_ && size <= file_size_ - offset &&
-         ::pread(file_, target, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+bool FileCheck::Read(std::size_t offset, void* target, std::size_t size) {
+  if (offset > file_size_ || size > file_size_ - offset) return false;
+  const ssize_t got = ::pread(file_, target, size, static_cast<off_t>(offset));
+  if (got < 0) error_ = errno;
+  return got == static_cast<ssize_t>(size);
 }
 
 std::string FileCheck::FindDamage() {

@@ -24,8 +24,11 @@ class FileCheck {
   /// `file` is open for reading and stays the caller's; none of ours is larger than `largest`.
   FileCheck(int file, std::size_t largest) : file_(file), largest_(largest) {}
 
-  /// What is wrong with the file; empty when nothing is.
+  /// What is wrong with the file; empty when nothing is. Means nothing when error() is set.
   std::string FindDamage();
+
+  /// The errno value of a read that failed, which tells nothing about the file; 0 when none did.
+  int error() const { return error_; }
 
  private:
   using PageNumber = std::size_t;
@@ -36,7 +39,7 @@ class FileCheck {
   struct Walk;
 
   bool Fail(const std::string& what, PageNumber page = 0);
-  bool Read(std::size_t offset, void* target, std::size_t size) const;
+  bool Read(std::size_t offset, void* target, std::size_t size);
   bool ReadHead(std::size_t index, Head* head);
   bool CheckHeads(Head* newest);
   bool CheckTree(const Tree& tree, bool is_free_list);
@@ -59,6 +62,7 @@ class FileCheck {
   std::vector<bool> claimed_;
   std::vector<PageNumber> free_;
   std::string damage_;
+  int error_ = 0;
 };
 
 }  // namespace kavrel_vconf

@@ -46,6 +46,11 @@ int ErrorOfLmdb(int result) {
   }
 }
 
+bool IsDamage(int result) {
+  return result == MDB_CORRUPTED || result == MDB_PAGE_NOTFOUND || result == MDB_INVALID ||
+         result == MDB_VERSION_MISMATCH;
+}
+
 int Environment::Open(const std::string& path, unsigned flags,
                       std::unique_ptr<Environment>* result) {
   MDB_env* handle = nullptr;

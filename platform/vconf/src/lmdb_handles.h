@@ -17,6 +17,9 @@ inline constexpr std::size_t kLargestStore = std::size_t{64} << 20;
 /// A negative errno value for what an LMDB function returned; 0 stays 0.
 int ErrorOfLmdb(int result);
 
+/// Whether a result of LMDB says that its file cannot be used: not one of its, or damaged.
+bool IsDamage(int result);
+
 /// An open environment with its one database. Any thread; its transactions each one thread at a
 /// time. Not to be destroyed in another process than the one that opened it.
 class Environment {

@@ -15,11 +15,6 @@ namespace {
 constexpr int kTryAgain = std::numeric_limits<int>::max();
 constexpr int kAttempts = 3;
 
-bool IsDamage(int lmdb_result) {
-  return lmdb_result == MDB_CORRUPTED || lmdb_result == MDB_PAGE_NOTFOUND ||
-         lmdb_result == MDB_INVALID || lmdb_result == MDB_VERSION_MISMATCH;
-}
-
 // After a failed write LMDB refuses to work on until it is opened anew.
 bool IsStuck(int lmdb_result) {
   return lmdb_result == MDB_PANIC || lmdb_result == MDB_BAD_RSLOT || lmdb_result == MDB_BAD_TXN ||

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 #include <string_view>
 #include <vconf-ext.h>
 
@@ -120,8 +121,12 @@ uint64_t vconf_ext_keynode_get_revision(keynode_t* node) {
 
 const char* vconf_ext_store_directory(const char* family) {
   const std::string_view name = family != nullptr ? family : "";
-  for (const Family known : {Family::kMemory, Family::kDurable}) {
-    if (name == FamilyName(known)) return Service::Instance().StoreOf(known).directory().c_str();
+  try {
+    for (const Family known : {Family::kMemory, Family::kDurable}) {
+      if (name == FamilyName(known)) return Service::Instance().StoreOf(known).directory().c_str();
+    }
+  } catch (const std::bad_alloc&) {
+    // the first call of a process makes the stores
   }
   return nullptr;
 }

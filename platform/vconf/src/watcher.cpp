@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "barrier.h"
@@ -77,10 +78,10 @@ std::shared_ptr<const List> With(const List& list, Item item) {
   return longer;
 }
 
-template <typename List, typename Item>
-std::shared_ptr<const List> Without(const List& list, const Item& item) {
+template <typename List, typename IsOver>
+std::shared_ptr<const List> Without(const List& list, IsOver is_over) {
   auto shorter = std::make_shared<List>(list);
-  shorter->erase(std::remove(shorter->begin(), shorter->end(), item), shorter->end());
+  shorter->erase(std::remove_if(shorter->begin(), shorter->end(), is_over), shorter->end());
   return shorter;
 }
 
@@ -186,8 +187,9 @@ bool Watcher::Has(const Key& key, vconf_callback_fn callback) const {
   const std::shared_ptr<WatchedKey> watched_key = Find(key);
   if (watched_key == nullptr) return false;
   const auto& registrations = *watched_key->registrations;
-  return std::any_of(registrations.begin(), registrations.end(),
-                     [callback](const auto& entry) { return entry->callback == callback; });
+  return std::any_of(registrations.begin(), registrations.end(), [callback](const auto& entry) {
+    return entry->active && entry->callback == callback;
+  });
 }
 
 void Watcher::Add(const Key& key, std::shared_ptr<Registration> registration) {
@@ -214,14 +216,21 @@ void Watcher::Remove(const Key& key, vconf_callback_fn callback) {
   const std::shared_ptr<WatchedKey> watched_key = Find(key);
   if (watched_key == nullptr) return;
   for (const auto& registration : *watched_key->registrations) {
-    if (registration->callback != callback) continue;
-    auto registrations = Without(*watched_key->registrations, registration);
-    auto keys = registrations->empty() ? Without(*keys_, watched_key) : keys_;
-    // Nothing below can fail.
+    if (!registration->active || registration->callback != callback) continue;
     registration->active = false;
-    watched_key->registrations = std::move(registrations);
-    keys_ = std::move(keys);
-    return;
+    return Tidy(watched_key.get());
+  }
+}
+
+// What is over stays in the lists when there is no memory for shorter ones, and goes with the next
+// that is over.
+void Watcher::Tidy(WatchedKey* watched_key) {
+  try {
+    watched_key->registrations =
+        Without(*watched_key->registrations, [](const auto& entry) { return !entry->active; });
+    keys_ = Without(*keys_, [](const auto& entry) { return entry->registrations->empty(); });
+  } catch (const std::bad_alloc&) {
+    VCONF_LOG_WARNING("no memory to forget a watcher of \"%s\"", watched_key->name.c_str());
   }
 }
 

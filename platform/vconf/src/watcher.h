@@ -90,6 +90,7 @@ class Watcher : public std::enable_shared_from_this<Watcher> {
   void FollowReplacedStores(bool files_changed);
   bool MayBeReplaced(Family family, bool files_changed);
   void Deliver(const std::shared_ptr<WatchedKey>& key);
+  void Tidy(WatchedKey* watched_key);
   bool HasChanged(const WatchedKey& key);
   void NoteFailure(WatchedKey* key);
   void NoteSpeed(Watched* watched);
