@@ -48,6 +48,14 @@ else()
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
 endif()
 
+# gcc's counters are written when a process ends in the ordinary way: also written, here, by those that
+# leave with _exit or abort. In every program and library, since each has counters of its own.
+if(KAVREL_COVERAGE)
+  add_library(kavrel_counted_exit OBJECT ${KAVREL_ROOT}/cmake/counted_exit.c)
+  target_link_options(kavrel_counted_exit INTERFACE -Wl,--wrap=_exit -Wl,--wrap=abort)
+  link_libraries($<BUILD_INTERFACE:kavrel_counted_exit>)
+endif()
+
 # Tests are built to run once or twice: compiled quickly rather than well, with what a stack trace
 # needs.
 add_library(kavrel_test_options INTERFACE)
