@@ -266,7 +266,8 @@ void Watcher::FollowReplacedStores(bool files_changed) {
     const Watched& watched = WatchedOf(family);
     if (watched.control == nullptr || !MayBeReplaced(family, files_changed)) continue;
     // When it cannot be opened now, the old page stays and PlanNextLook has us try again.
-    Begin(family);
+    const ControlPage* const before = watched.control;
+    if (Begin(family) == 0 && watched.control == before) continue;
     for (const auto& key : *keys_) {
       if (key->family == family) key->seen_word = 1;
     }
