@@ -23,6 +23,10 @@ struct Room {
   Rows (*rows)();
 };
 
+void PrintTo(const Room& room, std::ostream* out) {
+  *out << room.name;
+}
+
 const Room kRooms[] = {
     {"Dlog", DlogRows},           {"Lwipc", LwipcRows},           {"Vconf", VconfRows},
     {"RpcPort", RpcPortRows},     {"Compositor", CompositorRows}, {"State", StateRows},

@@ -7,6 +7,7 @@
 #include <functional>
 #include <new>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <system_error>
 #include <type_traits>
@@ -95,6 +96,10 @@ struct Kind {
   const char* name;
 };
 extern const std::vector<Kind> kKinds;
+
+inline void PrintTo(const Kind& kind, std::ostream* out) {
+  *out << kind.name;
+}
 
 /// Tries the row with the fault at every place where it can occur. Returns how often it did.
 int TryEverywhere(const Row& row, const Kind& kind);
