@@ -5,7 +5,8 @@ how often each was provoked, how many failures there were, how long it took and 
     long.py BUILD_DIRECTORY [REGULAR_EXPRESSION]
 
 Which tests these are they say themselves: their programs look at KAVREL_TEST_LONG, and each notes in
-its XML output how often it provoked its fault. Beside them half an hour of scripts/soak runs."""
+its XML output how often it provoked its fault. Beside them half an hour of scripts/soak runs; test programs run
+under valgrind ("valgrind: <program>"), and at last the fuzz targets ("fuzz")."""
 
 import concurrent.futures
 import functools
@@ -20,7 +21,10 @@ import time
 import xml.etree.ElementTree
 
 LIMIT_SECONDS = 4 * 60 * 60
-SOAK = pathlib.Path(__file__).resolve().parents[1] / "soak"
+SCRIPTS = pathlib.Path(__file__).resolve().parents[1]
+SOAK = SCRIPTS / "soak"
+UNDER_VALGRIND = SCRIPTS / "test.d/under_valgrind.py"
+FUZZ_RUNS = 11_200_000  # a target: a hundred million in all
 
 
 @functools.cache
@@ -67,6 +71,7 @@ class Row:
         self.seconds = time.monotonic() - begun
         if self.failed:
             sys.stderr.buffer.write(b"--- " + self.name.encode() + b"\n" + output)
+        return output.decode(errors="replace")
 
     def __str__(self):
         injected = "" if self.injected is None else self.injected
@@ -100,6 +105,21 @@ def run_test(test):
     return row
 
 
+def run_under_valgrind(build, program):
+    row = Row(f"valgrind: {program}")
+    tests = re.match(r"(\d+) tests", row.run([UNDER_VALGRIND, build, program], os.environ))
+    row.injected = int(tests.group(1)) if tests else None
+    return row
+
+
+def run_fuzz():
+    """Every target; the table's second column says how many inputs each has read."""
+    row = Row("fuzz")
+    table = row.run([SCRIPTS / "fuzz", "--runs", str(FUZZ_RUNS)], os.environ)
+    row.injected = sum(map(int, re.findall(r"^\w+ +(\d+) ", table, flags=re.MULTILINE)))
+    return row
+
+
 def run_soak(build):
     row = Row("soak")
     with tempfile.TemporaryDirectory() as directory:
@@ -115,13 +135,20 @@ def main():
     build = sys.argv[1]
     wanted = re.compile(sys.argv[2] if len(sys.argv) > 2 else "")
     tests = list(long_tests(build, wanted))
+    checks = [functools.partial(run_under_valgrind, build, program)
+              for program in subprocess.check_output([UNDER_VALGRIND], text=True).split()
+              if wanted.search(f"valgrind: {program}")]
     soaks = bool(wanted.search("soak"))
-    if not tests and not soaks:
+    fuzzes = bool(wanted.search("fuzz"))
+    if not (tests or checks or soaks or fuzzes):
         sys.exit(f"{build}: no such test repeats a fault")
     # A soak mostly waits, beside the others.
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count() + soaks) as pool:
         soak = [pool.submit(run_soak, build)] if soaks else []
-        rows = list(pool.map(run_test, tests)) + [each.result() for each in soak]
+        rows = list(pool.map(run_test, tests))
+        rows += [each.result() for each in [pool.submit(check) for check in checks] + soak]
+    if fuzzes:
+        rows.append(run_fuzz())  # last: it has a process for each processor itself
     print(f"{'fault':<84} {'injected':>9} {'failures':>8} {'seconds':>8}  figures")
     for row in rows:
         if row.injected is not None or row.failed:

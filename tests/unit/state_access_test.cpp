@@ -115,6 +115,10 @@ struct NumberKind {
   VconfValue other_type;
 };
 
+void PrintTo(const NumberKind& kind, std::ostream* out) {
+  *out << kind.name;
+}
+
 const NumberKind kNumberKinds[] = {
     {"Int", "GetVconfIntKey", "SetVconfIntKey", "vconf_get_int", "vconf_set_int", &GetVconfIntKey,
      &SetVconfIntKey, &VconfValue::Int, VconfValue::Bool(1)},
