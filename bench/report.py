@@ -182,7 +182,7 @@ def shape_of(points):
     slope = (last_cost - first_cost) / (last_size - first_size)
     line = [first_cost + slope * (size - first_size) for size, _ in points]
     if all(abs(cost - wanted) <= STRAIGHT * max(cost, wanted) for cost, wanted in zip(costs, line)):
-        return f"straight, {number(slope)} us each"
+        return f"straight, {slope:.3g} us each"
     return "below a straight line" if costs[len(costs) // 2] < line[len(line) // 2] else "bent"
 
 
@@ -285,7 +285,7 @@ def growth_cells(growth, explanations):
         if kind != "ours":
             continue
         shape = shape_of(growth["processor"].get(key, points))
-        why = explanations.get(table, "") if not shape.startswith(("flat", "straight")) else ""
+        why = "" if shape == "flat" else explanations.get(table, "")
         figures = ", ".join(f"{size:.0f}: {number(cost)}" for size, cost in points)
         lines.append([f"{table}: {name}", shape, figures, why])
     return lines
