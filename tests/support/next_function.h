@@ -8,7 +8,11 @@
 
 // Sanitizers stand in for the same functions, some of them from the first instruction on: with one,
 // only operator new can fail.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__has_feature)
+#if !__has_feature(address_sanitizer) && !__has_feature(thread_sanitizer)
+#define KAVREL_CALLS_CAN_FAIL 1
+#endif
+#elif !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define KAVREL_CALLS_CAN_FAIL 1
 #endif
 

@@ -4,8 +4,8 @@
 
 #include <cerrno>
 
-#include "barrier.h"
 #include "directories.h"
+#include "thread_sanitizer.h"
 
 namespace kavrel_vconf {
 
@@ -15,7 +15,7 @@ std::chrono::milliseconds LockTimeout() {
   return timeout;
 }
 
-#if defined(KAVREL_VCONF_THREAD_SANITIZER)
+#if defined(KAVREL_THREAD_SANITIZER)
 
 // The thread sanitizer does not see locks that are taken with a time limit.
 namespace {
