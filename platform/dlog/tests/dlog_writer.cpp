@@ -57,7 +57,7 @@ void Fill(const Arguments& arguments) {
 // threads COUNT RECORDS LENGTH: each thread logs its own letter
 void Threads(const Arguments& arguments) {
   std::vector<std::jthread> threads;
-  threads.reserve(Number(arguments[0]));
+  threads.reserve(static_cast<std::size_t>(Number(arguments[0])));
   for (int i = 0; i < Number(arguments[0]); ++i) {
     threads.emplace_back([&, i] {
       const std::string text(static_cast<std::size_t>(Number(arguments[2])),
