@@ -42,7 +42,7 @@ DECODERS = {
     "control": {"apps/common/control_protocol.cpp": "Decode\\w+|Read\\w+|HasMore|KeyMistake|Take|Sequence"},
     "message": {"src/legacy/MessageCodec.cpp": "Decode"},
     "record": {f"{_VCONF}/key.cpp": "", f"{_VCONF}/record.cpp": "DecodeRecord|Read\\w+"},
-    "store": {f"{_VCONF}/file_check.cpp": "", f"{_VCONF}/damage.cpp": "IsFileSound|ReadSoundRecords"},
+    "store": {f"{_VCONF}/file_check.cpp": "", f"{_VCONF}/damage.cpp": "CheckFile|IsShortage|ReadSoundRecords"},
     "event": {f"{_LWIPC}/event_place.cpp": "",
               f"{_LWIPC}/event_file.cpp": "TestEventFile|Is\\w+|HoldsContent|NotRaisedUnlessShort"},
     "scenario": {f"{_TOOL}/scenario_{part}.cpp": "" for part in ("conditions", "fields", "file", "reader")}

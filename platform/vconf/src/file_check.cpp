@@ -98,7 +98,8 @@ struct FileCheck::Walk {
 };
 
 bool FileCheck::Fail(const std::string& what, PageNumber page) {
-  if (damage_.empty()) damage_ = page == 0 ? what : what + " on page " + std::to_string(page);
+  damage_ = what;
+  if (page != 0) damage_ += " on page " + std::to_string(page);
   return false;
 }
 
@@ -143,9 +144,7 @@ bool FileCheck::CheckHeads(Head* newest) {
   *newest = heads[chosen];
   if (heads[0].version != heads[1].version) return Fail("its heads differ in version");
   if (newest->version != kVersion) return true;
-  if (newest->transaction % kHeads != chosen && newest->transaction != 0) {
-    return Fail("its heads are in the wrong order");
-  }
+  if (newest->transaction % kHeads != chosen) return Fail("its heads are in the wrong order");
   if (heads[1].trees[0].page_size != page_size_) return Fail("its heads differ in page size");
   if (newest->last_page < kHeads - 1 || newest->last_page >= largest_ / page_size_) {
     return Fail("its number of pages is impossible");
@@ -168,7 +167,8 @@ bool FileCheck::CheckTree(const Tree& tree, bool is_free_list) {
   const bool agrees = found.branch_pages == tree.branch_pages &&
                       found.leaf_pages == tree.leaf_pages &&
                       found.overflow_pages == tree.overflow_pages && found.entries == tree.entries;
-  return agrees || Fail("a tree holds other pages than its head says");
+  if (!agrees) return Fail("a tree holds other pages than its head says");
+  return true;
 }
 
 // A page belongs to one place only; that also ends every circle.

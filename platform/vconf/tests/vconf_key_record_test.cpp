@@ -114,6 +114,22 @@ TEST_F(RecordTest, RefusesAnotherKeysRecord) {
   EXPECT_FALSE(DecodeRecord(key_, bytes, &value));
 }
 
+// What no set has written, with a checksum that is right.
+TEST_F(RecordTest, RefusesValuesThatCannotBe) {
+  Value half_true = BoolValue(1);
+  half_true.integer = 3;
+  Value unknown = IntValue(1);
+  unknown.type = 99;
+  const std::string too_long(kMaximumTextSize + 1, 't');
+  for (const Value& written :
+       {half_true, unknown, StringValue(too_long), StringValue(std::string_view("a\0b", 3))}) {
+    std::string bytes;
+    EncodeRecord(key_, written, 9, &bytes);
+    Value value;
+    EXPECT_FALSE(DecodeRecord(key_, bytes, &value)) << written.type;
+  }
+}
+
 TEST_F(RecordTest, RefusesRandomBytes) {
   std::mt19937 random(3);
   Value value;
