@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <string_view>
@@ -48,8 +49,14 @@ std::optional<EventPlaces> FindPlaces(const char* event) {
   if (!IsEventName(event)) return std::nullopt;
   const std::string path = Moved(event);
   const auto slash = path.rfind('/');
-  return EventPlaces{{slash == 0 ? "/" : path.substr(0, slash), path.substr(slash + 1), path},
-                     {kavrel_platform::RuntimeDirectory() + "/events", Flattened(path), path}};
+  EventPlaces places;
+  places.path.directory = path.substr(0, std::max<std::size_t>(slash, 1));
+  places.path.name = path.substr(slash + 1);
+  places.path.content = path;
+  places.substitute.directory = kavrel_platform::RuntimeDirectory() + "/events";
+  places.substitute.name = Flattened(path);
+  places.substitute.content = path;
+  return places;
 }
 
 kavrel_platform::UniqueFd OpenDirectory(const Place& place) {
