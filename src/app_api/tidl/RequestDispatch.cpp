@@ -33,10 +33,36 @@ namespace {
 
 constexpr int kRefused = -1;
 
-using Handler = int (Exchange::*)();
+template <class Operation>
+struct SignatureOf;
+template <class R, class... P>
+struct SignatureOf<R (Exchange::Service::*)(P...)> {
+  using Type = R(P...);
+};
+
+// The operation of a row, by its name: a pointer to member would be asked at each call whether it
+// is one to a virtual operation.
+template <class Method>
+struct OperationOf;
+
+#define KAVREL_METHOD_OPERATION(id, method, c_name, signature, summary)                            \
+  template <>                                                                                      \
+  struct OperationOf<methods::method> {                                                            \
+    static_assert(std::is_same_v<typename SignatureOf<decltype(&Exchange::Service::method)>::Type, \
+                                 methods::method::Signature>,                                      \
+                  "the operation's declaration differs from its row in the method table");         \
+    template <class... P>                                                                          \
+    static methods::method::Result Call(Exchange::Service& service, P&&... arguments) {            \
+      return service.method(static_cast<P&&>(arguments)...);                                       \
+    }                                                                                              \
+  };
+KAVREL_APP_API_METHODS(KAVREL_METHOD_OPERATION)
+#undef KAVREL_METHOD_OPERATION
+
+using Handler = int (*)(Exchange&);
 
 #define KAVREL_METHOD_HANDLER(id, method, c_name, signature, summary) \
-  &Exchange::Serve<methods::method, &Exchange::Service::method>,
+  &Exchange::Serve<methods::method, OperationOf<methods::method>>,
 constexpr Handler kHandlers[] = {KAVREL_APP_API_METHODS(KAVREL_METHOD_HANDLER)};
 #undef KAVREL_METHOD_HANDLER
 
@@ -101,19 +127,17 @@ int Exchange::ServeMethod(int method_id) {
     KAVREL_LOG(kLogError, LOG_TAG, where_, "Unknown command(%d)", method_id);
     return kRefused;
   }
-  return (this->*kHandlers[index])();
+  return kHandlers[index](*this);
 }
 
-template <class Method, auto kOperation>
-int Exchange::Serve() {
-  return ServeAs<Method>(kOperation);
+template <class Method, class Operation>
+int Exchange::Serve(Exchange& exchange) {
+  return exchange.ServeAs<Method, Operation>(static_cast<typename Method::Signature*>(nullptr));
 }
 
-template <class Method, class... P>
-int Exchange::ServeAs(typename Method::Result (Service::*operation)(P...)) {
+template <class Method, class Operation, class... P>
+int Exchange::ServeAs(typename Method::Result (* /*signature*/)(P...)) {
   using Result = typename Method::Result;
-  static_assert(std::is_same_v<typename Method::Signature, Result(P...)>,
-                "the operation's declaration differs from its row in the method table");
   constexpr auto kNumbers = WireNumbers<P...>();
   std::tuple<std::remove_reference_t<P>...> arguments{};
 
@@ -122,7 +146,7 @@ int Exchange::ServeAs(typename Method::Result (Service::*operation)(P...)) {
     return (ReadArgument<P>(Method::kInfo.name, kNumbers[next++], values) && ...);
   };
   const auto call = [&](std::remove_reference_t<P>&... values) {
-    return (service_.*operation)(static_cast<P&&>(values)...);
+    return Operation::Call(service_, static_cast<P&&>(values)...);
   };
 
   if (!std::apply(decode, arguments) || !ReadEnd(Method::kInfo.name)) return kRefused;

@@ -32,12 +32,12 @@ class Exchange {
   int Run();
 
   /// One operation by its row of the method table.
-  template <class Method, auto kOperation>
-  int Serve();
+  template <class Method, class Operation>
+  static int Serve(Exchange& exchange);
 
  private:
-  template <class Method, class... P>
-  int ServeAs(typename Method::Result (Service::*operation)(P...));
+  template <class Method, class Operation, class... P>
+  int ServeAs(typename Method::Result (* /*signature*/)(P...));
   template <class T>
   bool ReadArgument(const char* method, std::size_t number, std::remove_reference_t<T>& argument);
   bool ReadEnd(const char* method);

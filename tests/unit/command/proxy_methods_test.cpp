@@ -194,6 +194,14 @@ TEST_F(AnsweredMethods, AcceptAResultWithoutATagAsItIs) {
   }
 }
 
+TEST_F(AnsweredMethods, AcceptAResultWhoseTagCannotBeRead) {
+  const MethodCase& method = Method("GetWindowSize");
+  rpc_.Fail("parcel_header_get_tag", -12);
+  QueueParcel({"1.9.1", -12345, ResultItems({7, true})});
+  EXPECT_EQ(method.call_proxy(proxy_, 0), (Items{7, true}));
+  EXPECT_THAT(TakeLines(), ElementsAre(VersionLine(method, kFirstSequence)));
+}
+
 TEST_F(AnsweredMethods, DoNotCompareTheTagOfAResult) {
   const MethodCase& method = Method("GetWindowSize");
   QueueParcel({"another version %s", kFirstSequence, ResultItems({7, true})});

@@ -303,7 +303,9 @@ TEST_F(ProxyEvents, WhatNobodyWaitsForIsDroppedSilently) {
   const int seq_id = Add(3, false).GetSeqId();
   Receive({1, 4, seq_id, false, 1});         // another kind
   Receive({1, 3, seq_id + 1000, false, 1});  // another instance
+  Receive({1});                              // no header
   Receive({1, 3});                           // half a header
+  Receive({1, 3, seq_id});                   // nearly all of a header
   Receive({0, 3, seq_id, false, 1});         // a result
   Receive({2, 3, seq_id, false, 1});         // a request
   Receive({});
