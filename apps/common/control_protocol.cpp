@@ -60,9 +60,9 @@ std::string KeyMistake(const std::string& text) {
   };
   const bool valid =
       !text.empty() && text.size() <= kLongestKey && std::all_of(text.begin(), text.end(), allowed);
-  return valid ? ""
-               : '"' + Printable(text, kLongestKey) +
-                     "\" is not a key (1 to 64 letters, digits, '_', '-' and '+')";
+  if (valid) return "";
+  return '"' + Printable(text, kLongestKey) +
+         "\" is not a key (1 to 64 letters, digits, '_', '-' and '+')";
 }
 
 std::string KeyDeviceList() {
@@ -107,8 +107,9 @@ std::optional<bool> ControlParcel::ReadBool() const {
 
 std::optional<std::string> ControlParcel::ReadText() const {
   char* text = nullptr;
-  if (rpc_port_parcel_read_string(handle_, &text) != 0 || text == nullptr) return std::nullopt;
+  static_cast<void>(rpc_port_parcel_read_string(handle_, &text));
   const std::unique_ptr<char, FreeText> owned(text);
+  if (owned == nullptr) return std::nullopt;
   return std::string(owned.get());
 }
 
