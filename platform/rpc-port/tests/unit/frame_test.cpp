@@ -3,17 +3,41 @@
 
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "bounds.h"
+#include "faults.h"
 #include "intake.h"
+#include "next_function.h"
 #include "parcel.h"
+
+namespace {
+
+#ifdef KAVREL_CALLS_CAN_FAIL
+int g_receive_error = 0;  // what the next receive fails with; 0: it does not
+#endif
+
+}  // namespace
+
+#ifdef KAVREL_CALLS_CAN_FAIL
+// Stands in for the C library's.
+extern "C" ssize_t recvmsg(int socket, struct msghdr* message, int flags) {
+  if (const int error = std::exchange(g_receive_error, 0); error != 0) {
+    errno = error;
+    return -1;
+  }
+  return ::syscall(SYS_recvmsg, socket, message, flags);
+}
+#endif
 
 namespace {
 
@@ -72,6 +96,38 @@ TEST(Frame, MutatedOnesAreRefusedOrReadable) {
     ReadAll(*parcel);
   }
   EXPECT_GT(accepted, 1000) << "the mutations are too coarse to try readers";
+}
+
+// How many allocations of it fail before it succeeds; what fails gives nothing.
+template <class Call>
+int FailEach(const Call& call) {
+  for (int nth = 1;; ++nth) {
+    const kavrel_test::ScopedFault fault(kavrel_test::Fault::kMemory, nth);
+    const bool succeeded = call();
+    EXPECT_EQ(succeeded, !fault.has_occurred()) << "allocation " << nth;
+    if (!fault.has_occurred()) return nth - 1;
+  }
+}
+
+TEST(Frame, WithoutMemoryForItIsNoParcel) {
+  std::vector<std::unique_ptr<Parcel>> others;  // have what earlier parcels left behind
+  for (std::size_t i = 0; i <= Parcel::kSpareObjects; ++i) others.emplace_back(Parcel::Create());
+  const std::unique_ptr<Parcel> large(Parcel::Create());
+  ASSERT_EQ(large->SetTag("1.9.1"), 0);
+  ASSERT_EQ(large->WriteString(std::string(100000, 'x').c_str()), 0);
+  std::unique_ptr<Parcel> parcel;
+  EXPECT_GE(FailEach([&] {
+              parcel.reset(Parcel::FromFrame(large->Frame()));
+              return parcel != nullptr;
+            }),
+            1);
+  char* text = nullptr;
+  FailEach([&] { return parcel->CopyTag(&text) == 0; });
+  EXPECT_STREQ(text, "1.9.1");
+  std::free(std::exchange(text, nullptr));
+  FailEach([&] { return parcel->ReadString(&text) == 0; });
+  EXPECT_EQ(std::string(text).size(), 100000U);
+  std::free(text);
 }
 
 /// A socket pair and an intake on one end.
@@ -134,6 +190,49 @@ TEST_F(IntakeTest, PutsALargeFrameTogether) {
     while (!intake_.HasNext() && Receive() > 0) intake_.Settle();
   }
   EXPECT_TRUE(std::equal(got.begin(), got.end(), frame.begin(), frame.end()));
+  // The room for it is not kept: the next small frame is put together in room of its own.
+  intake_.Settle();
+  EXPECT_TRUE(intake_.empty());
+  const auto small = TypicalFrame();
+  Send(small);
+  while (!intake_.HasNext()) {
+    ASSERT_GT(Receive(), 0);
+    intake_.Settle();
+  }
+  ASSERT_EQ(intake_.Take(got), Intake::Next::kFrame);
+  EXPECT_TRUE(std::equal(got.begin(), got.end(), small.begin(), small.end()));
+}
+
+#ifdef KAVREL_CALLS_CAN_FAIL
+TEST_F(IntakeTest, TellsWhatInterruptedAReceive) {
+  g_receive_error = EINTR;
+  EXPECT_EQ(intake_.Receive(ends_[0], passing_, 0), -EINTR);
+  // One that does not wait is told as if nothing had been there.
+  g_receive_error = EINTR;
+  EXPECT_EQ(Receive(), -EAGAIN);
+  Intake trusting{Intake::Descriptors::kIgnore};
+  EXPECT_EQ(trusting.Receive(ends_[0], passing_, MSG_DONTWAIT), -EAGAIN);
+}
+#endif
+
+TEST_F(IntakeTest, RefusesDescriptors) {
+  std::uint8_t byte = 1;
+  struct iovec piece {
+    &byte, 1
+  };
+  alignas(struct cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+  struct msghdr message {};
+  message.msg_iov = &piece;
+  message.msg_iovlen = 1;
+  message.msg_control = control;
+  message.msg_controllen = sizeof control;
+  struct cmsghdr* const header = CMSG_FIRSTHDR(&message);
+  header->cmsg_level = SOL_SOCKET;
+  header->cmsg_type = SCM_RIGHTS;
+  header->cmsg_len = CMSG_LEN(sizeof(int));
+  std::memcpy(CMSG_DATA(header), &ends_[1], sizeof(int));
+  ASSERT_EQ(::sendmsg(ends_[1], &message, 0), 1);
+  EXPECT_EQ(Receive(), -EBADMSG);
 }
 
 TEST_F(IntakeTest, TellsTheEnd) {
@@ -149,6 +248,7 @@ TEST_F(IntakeTest, RefusesSizesThatAreNotAllowed) {
     std::memcpy(bytes.data(), &size, sizeof size);
     Send(bytes);
     ASSERT_GT(Receive(), 0);
+    EXPECT_TRUE(intake_.HasNext()) << size;
     kavrel_rpc::Bytes got;
     EXPECT_EQ(intake_.Take(got), Intake::Next::kFault) << size;
     intake_.Discard();
