@@ -105,13 +105,13 @@ const std::vector<Kind> kKinds = {
     {Fault::kDescriptors, "NoDescriptor"}, {Fault::kWatches, "NoWatch"},
     {Fault::kThreads, "NoThread"}};
 
-int TryEverywhere(const Row& row, const Kind& kind) {
+int TryEverywhere(const Row& row, const Kind& kind, const Part& part) {
   auto* const shared = static_cast<Report*>(
       ::mmap(nullptr, sizeof(Report), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
   int occurrences = 0;
   int status = 0;
   const Report whole = Try(row, kind.fault, 0, INT_MAX, *shared, status);
-  for (int nth = 1; nth < kMost; ++nth) {
+  for (int nth = part.number; nth < kMost; nth += part.all) {
     SCOPED_TRACE(row.name + ": " + kind.name + " at request " + std::to_string(nth));
     const Report report = Try(row, kind.fault, nth, whole.descriptors, *shared, status);
     if (WIFEXITED(status) && WEXITSTATUS(status) == kTerminatedAsDocumented) {

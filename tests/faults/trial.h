@@ -101,8 +101,15 @@ inline void PrintTo(const Kind& kind, std::ostream* out) {
   *out << kind.name;
 }
 
-/// Tries the row with the fault at every place where it can occur. Returns how often it did.
-int TryEverywhere(const Row& row, const Kind& kind);
+/// One of several parts that tests share: the `number`-th of `all`, counted from 1.
+struct Part {
+  int number;
+  int all;
+};
+
+/// Tries the row with the fault at every place of that part where it can occur: at each `all`-th
+/// request from the `number`-th on. Returns how often it did.
+int TryEverywhere(const Row& row, const Kind& kind, const Part& part);
 
 // ---- shapes that many functions have
 
