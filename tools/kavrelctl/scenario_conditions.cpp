@@ -136,8 +136,9 @@ struct Describer {
     return std::string(condition.property->name) + ' ' + QuotedText(condition.value);
   }
   std::string operator()(const BannerCondition& condition) const {
-    const std::string text = condition.text ? " with " + QuotedValue(*condition.text) : "";
-    return condition.name + (condition.shown ? " shown" : " not shown") + text;
+    const std::string shown = condition.name + (condition.shown ? " shown" : " not shown");
+    if (!condition.text) return shown;
+    return shown + " with " + QuotedValue(*condition.text);
   }
   std::string operator()(const ScreenCondition& condition) const { return condition.part.dump(); }
   std::string operator()(const PluginCondition& condition) const {
@@ -169,7 +170,8 @@ const std::string& ReadPropertyValue(const PropertyInfo& property, const YamlNod
 }
 
 Condition ReadCondition(const YamlNode& node, const std::string& what) {
-  const std::vector<std::string> kinds = {"property", "banner", "screen", "plugin", "plugins"};
+  static constexpr std::initializer_list<const char*> kKinds = {"property", "banner", "screen",
+                                                                "plugin", "plugins"};
   if (node.kind == YamlNode::Kind::kMap) {
     if (node.Find("property") != nullptr) {
       CheckFields(node, what, {"property", "is"});
@@ -185,9 +187,9 @@ Condition ReadCondition(const YamlNode& node, const std::string& what) {
                              FlagOf(node, "present", true)};
     }
   }
-  CheckFields(node, what, kinds);
+  CheckFields(node, what, kKinds);
   if (node.fields.size() != 1) {
-    throw TextMistake(node.line, what + ": one of " + Listed(kinds) + " is wanted");
+    throw TextMistake(node.line, what + ": one of " + Listed(Words(kKinds)) + " is wanted");
   }
   const YamlNode& value = node.fields.front().value;
   if (node.fields.front().name == "screen") return ReadScreen(value);

@@ -25,6 +25,10 @@ std::string QuotedText(const nlohmann::ordered_json& value) {
   return value.is_string() ? QuotedValue(value.get_ref<const std::string&>()) : value.dump();
 }
 
+std::vector<std::string> Words(std::initializer_list<const char*> words) {
+  return std::vector<std::string>(words.begin(), words.end());
+}
+
 std::string Listed(const std::vector<std::string>& words) {
   std::string list;
   for (const std::string& word : words) list += (list.empty() ? "" : ", ") + word;
@@ -62,12 +66,22 @@ void CheckFields(const YamlNode& node, const std::string& what,
   }
 }
 
+void CheckFields(const YamlNode& node, const std::string& what,
+                 std::initializer_list<const char*> allowed) {
+  CheckFields(node, what, Words(allowed));
+}
+
 void CheckWord(const YamlNode& node, const std::string& what,
                const std::vector<std::string>& allowed) {
   const std::string& word = TextOf(node, what);
   if (IsAmong(allowed, word)) return;
   throw TextMistake(node.line, what + ": " + QuotedValue(word) + " is none of " + Listed(allowed) +
                                    DidYouMean(word, allowed));
+}
+
+void CheckWord(const YamlNode& node, const std::string& what,
+               std::initializer_list<const char*> allowed) {
+  CheckWord(node, what, Words(allowed));
 }
 
 const YamlNode& Required(const YamlNode& node, const std::string& name) {

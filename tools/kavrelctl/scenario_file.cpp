@@ -40,8 +40,9 @@ std::variant<Scenario, LoadFailure> LoadScenario(const std::string& file) {
   try {
     return ReadScenario(text);
   } catch (const TextMistake& mistake) {
-    const std::string line = mistake.line > 0 ? ':' + std::to_string(mistake.line) : "";
-    return LoadFailure{file + line + ": " + mistake.what()};
+    std::string place = file;
+    if (mistake.line > 0) place += ':' + std::to_string(mistake.line);
+    return LoadFailure{place + ": " + mistake.what()};
   }
 }
 

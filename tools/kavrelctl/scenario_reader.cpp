@@ -59,6 +59,11 @@ const YamlNode& ArgumentNode(const MethodInfo& method, const YamlNode& with, std
                                    "\" is missing; " + Takes(method));
 }
 
+std::string WhatIsGiven(const YamlNode& with) {
+  if (with.kind != YamlNode::Kind::kList) return with.KindName();
+  return std::to_string(with.items.size()) + " arguments";
+}
+
 void CheckArgumentNames(const MethodInfo& method, const YamlNode& with) {
   if (with.kind == YamlNode::Kind::kMap) {
     std::vector<std::string> names;
@@ -69,10 +74,7 @@ void CheckArgumentNames(const MethodInfo& method, const YamlNode& with) {
     return;
   }
   if (with.kind == YamlNode::Kind::kList && with.items.size() == method.argument_count) return;
-  const std::string count = with.kind == YamlNode::Kind::kList
-                                ? std::to_string(with.items.size()) + " arguments"
-                                : with.KindName();
-  throw TextMistake(with.line, "with: " + count + "; " + Takes(method));
+  throw TextMistake(with.line, "with: " + WhatIsGiven(with) + "; " + Takes(method));
 }
 
 std::vector<std::vector<std::string>> ReadArguments(const MethodInfo& method,
@@ -194,27 +196,24 @@ ScreenshotAction ReadScreenshot(const YamlNode& step) {
 
 struct StepKind {
   const char* name;
-  std::vector<std::string> fields;
+  std::initializer_list<const char*> fields;
   Action (*read)(const YamlNode& step);
 };
 
-const std::vector<StepKind>& StepKinds() {
-  static const std::vector<StepKind> kinds = {
-      {"call", {"call", "with", "answer"}, [](const YamlNode& s) -> Action { return ReadCall(s); }},
-      {"set", {"set", "to"}, [](const YamlNode& s) -> Action { return ReadSet(s); }},
-      {"key",
-       {"key", "action", "device", "taken-by"},
-       [](const YamlNode& s) -> Action { return ReadKey(s); }},
-      {"wait", {"wait", "within"}, [](const YamlNode& s) -> Action { return ReadWait(s); }},
-      {"expect", {"expect"}, [](const YamlNode& s) -> Action { return ReadExpect(s); }},
-      {"screenshot", {"screenshot"}, [](const YamlNode& s) -> Action { return ReadScreenshot(s); }},
-  };
-  return kinds;
-}
+constexpr StepKind kStepKinds[] = {
+    {"call", {"call", "with", "answer"}, [](const YamlNode& s) -> Action { return ReadCall(s); }},
+    {"set", {"set", "to"}, [](const YamlNode& s) -> Action { return ReadSet(s); }},
+    {"key",
+     {"key", "action", "device", "taken-by"},
+     [](const YamlNode& s) -> Action { return ReadKey(s); }},
+    {"wait", {"wait", "within"}, [](const YamlNode& s) -> Action { return ReadWait(s); }},
+    {"expect", {"expect"}, [](const YamlNode& s) -> Action { return ReadExpect(s); }},
+    {"screenshot", {"screenshot"}, [](const YamlNode& s) -> Action { return ReadScreenshot(s); }},
+};
 
 std::vector<std::string> StepNames() {
   std::vector<std::string> names;
-  for (const StepKind& kind : StepKinds()) names.emplace_back(kind.name);
+  for (const StepKind& kind : kStepKinds) names.emplace_back(kind.name);
   return names;
 }
 
@@ -223,7 +222,7 @@ Action ReadAction(const YamlNode& step) {
     throw TextMistake(step.line, std::string("a map with one of ") + Listed(StepNames()) +
                                      " is wanted, not " + step.KindName());
   }
-  for (const StepKind& kind : StepKinds()) {
+  for (const StepKind& kind : kStepKinds) {
     if (step.Find(kind.name) == nullptr) continue;
     CheckFields(step, kind.name, kind.fields);
     return kind.read(step);
