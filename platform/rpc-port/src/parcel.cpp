@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <memory>
 #include <new>
 
 #include "bounds.h"
@@ -49,17 +50,14 @@ Parcel* Parcel::Create() {
 }
 
 Parcel* Parcel::FromFrame(Bytes frame) {
-  auto* parcel = new Parcel;
+  std::unique_ptr<Parcel> parcel(new Parcel);
   if (parcel == nullptr) return nullptr;
   parcel->size_ = 0;
-  if (parcel->Reserve(frame.size()) != 0) {
-    delete parcel;
-    return nullptr;
-  }
+  if (parcel->Reserve(frame.size()) != 0) return nullptr;
   std::memcpy(parcel->data_, frame.data(), frame.size());
   parcel->size_ = frame.size();
   parcel->cursor_ = frame::kTagOffset + parcel->TagSize();
-  return parcel;
+  return parcel.release();
 }
 
 int Parcel::Fail(int code) {

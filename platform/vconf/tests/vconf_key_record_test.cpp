@@ -2,8 +2,12 @@
 #include <gtest/gtest.h>
 #include <vconf.h>
 
+#include <cstring>
 #include <random>
 #include <string>
+
+#define XXH_INLINE_ALL
+#include <xxhash.h>
 
 #include "key.h"
 #include "record.h"
@@ -127,6 +131,22 @@ TEST_F(RecordTest, RefusesValuesThatCannotBe) {
     EncodeRecord(key_, written, 9, &bytes);
     Value value;
     EXPECT_FALSE(DecodeRecord(key_, bytes, &value)) << written.type;
+  }
+}
+
+TEST_F(RecordTest, RefusesNumbersOfAnotherSize) {
+  constexpr std::size_t kTypeOffset = 20;
+  constexpr std::size_t kChecksumSize = sizeof(std::uint64_t);
+  for (const int type : {VCONF_TYPE_BOOL, VCONF_TYPE_INT, VCONF_TYPE_DOUBLE}) {
+    std::string bytes;
+    EncodeRecord(key_, StringValue("a"), 9, &bytes);
+    const auto written = static_cast<std::uint16_t>(type);
+    std::memcpy(bytes.data() + kTypeOffset, &written, sizeof written);
+    const std::uint64_t checksum =
+        XXH3_64bits_withSeed(bytes.data() + kChecksumSize, bytes.size() - kChecksumSize, key_.hash);
+    std::memcpy(bytes.data(), &checksum, sizeof checksum);
+    Value value;
+    EXPECT_FALSE(DecodeRecord(key_, bytes, &value)) << type;
   }
 }
 

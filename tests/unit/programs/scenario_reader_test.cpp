@@ -73,6 +73,26 @@ steps:
   EXPECT_EQ(ActionOf<ScreenshotAction>(scenario, 14).file, "picture.png");
 }
 
+TEST(ScenarioReader, DescribesConditions) {
+  const Scenario scenario = ReadScenario(R"(steps:
+  - wait: {banner: channel-2, text: 7 News}
+  - wait: {plugin: red}
+  - wait: {plugin: red, present: false}
+  - wait: {property: pip_focus, is: 1}
+  - {key: XF86Red, action: press}
+  - {key: XF86Red, action: tap}
+)");
+  const auto text = [&](std::size_t step) {
+    return Describe(ActionOf<WaitAction>(scenario, step).condition);
+  };
+  EXPECT_EQ(text(0), "channel-2 shown with \"7 News\"");
+  EXPECT_EQ(text(1), "plug-in \"red\"");
+  EXPECT_EQ(text(2), "plug-in \"red\" gone");
+  EXPECT_EQ(text(3), "pip_focus 1");
+  EXPECT_EQ(ActionOf<KeyAction>(scenario, 4).kind, KeyAction::Kind::kPress);
+  EXPECT_EQ(ActionOf<KeyAction>(scenario, 5).kind, KeyAction::Kind::kTap);
+}
+
 TEST(ScenarioReader, TakesJson) {
   const Scenario scenario =
       ReadScenario(R"({"scenario": "j", "steps": [{"set": "pip_focus", "to": "1"}]})");
@@ -132,6 +152,22 @@ const Wrong kWrong[] = {
     {"wait: {banner: 'A B'}",
      R"(banner: "A B" is no name of a banner or pop-up (1 to 64 small letters, digits and '-'))"},
     {"wait: {banner: x, shown: off, text: y}", "text: a banner that is not shown has none"},
+    {"{call: get-window-size, with: [1]}", "with: 1 arguments; get-window-size takes nothing"},
+    {"{wait: {plugin: red, present: maybe}}",
+     "present: \"maybe\" is none of true, false, on, off, 1, 0"},
+    {"wait: {banner: \"\"}",
+     "banner: \"\" is no name of a banner or pop-up (1 to 64 small letters, digits and '-')"},
+    {"wait: {banner: a~}",
+     "banner: \"a~\" is no name of a banner or pop-up (1 to 64 small letters, digits and '-')"},
+    {"wait: {banner: A1}",
+     "banner: \"A1\" is no name of a banner or pop-up (1 to 64 small letters, digits and '-')"},
+    {"{wait: {plugin: red}, within: -1}",
+     "within: \"-1\" is not a number of seconds from 0 to 3600"},
+    {"{wait: {plugin: red}, within: 3601}",
+     "within: \"3601\" is not a number of seconds from 0 to 3600"},
+    {"{wait: {plugin: red}, within: 1s}",
+     "within: \"1s\" is not a number of seconds from 0 to 3600"},
+    {"{wait: {plugin: red}, within: s}", "within: \"s\" is not a number of seconds from 0 to 3600"},
     {"wait: {}", "wait: one of property, banner, screen, plugin, plugins is wanted"},
     {"wait: 5",
      "wait: a map {...} with property, banner, screen, plugin, plugins is wanted, not "
