@@ -49,11 +49,16 @@ else()
 endif()
 
 # gcc's counters are written when a process ends in the ordinary way: also written, here, by those that
-# leave with _exit or abort. In every program and library, since each has counters of its own.
+# leave with _exit or abort. In every program and library, since each has counters of its own; the
+# program has the list of all.
 if(KAVREL_COVERAGE)
   add_library(kavrel_counted_exit OBJECT ${KAVREL_ROOT}/cmake/counted_exit.c)
   target_link_options(kavrel_counted_exit INTERFACE -Wl,--wrap=_exit -Wl,--wrap=abort)
   link_libraries($<BUILD_INTERFACE:kavrel_counted_exit>)
+  add_library(kavrel_counter_list OBJECT ${KAVREL_ROOT}/cmake/counter_list.c)
+  target_link_options(kavrel_counter_list INTERFACE -Wl,--export-dynamic-symbol=kavrel_counters)
+  link_libraries(
+    "$<$<STREQUAL:$<TARGET_PROPERTY:TYPE>,EXECUTABLE>:$<BUILD_INTERFACE:kavrel_counter_list>>")
 endif()
 
 # Tests are built to run once or twice: compiled quickly rather than well, with what a stack trace
