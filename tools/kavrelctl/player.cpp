@@ -148,7 +148,7 @@ int Player::Play(bool keeps_going) {
 }
 
 StepOutcome Player::Do(const Action& action) {
-  return std::visit([this](const auto& one) { return Do(one); }, action);
+  return std::visit([this](const auto& one) { return this->Do(one); }, action);
 }
 
 StepOutcome Player::Do(const CallAction& call) {
