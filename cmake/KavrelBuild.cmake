@@ -43,6 +43,12 @@ if(KAVREL_SANITIZE)
   list(JOIN KAVREL_SANITIZE "," sanitizers)
   add_compile_options(-fsanitize=${sanitizers} -fno-omit-frame-pointer -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${sanitizers})
+  # With this sanitizer clang++ links operators new and delete that a test's own cannot replace; clang
+  # does not.
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND "thread" IN_LIST KAVREL_SANITIZE)
+    add_link_options(--driver-mode=gcc)
+    set(CMAKE_CXX_STANDARD_LIBRARIES "-lstdc++ -lm")
+  endif()
 else()
   target_compile_options(kavrel_build_options INTERFACE -fstack-protector-strong
     $<$<NOT:$<CONFIG:Debug>>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
@@ -66,6 +72,27 @@ endif()
 add_library(kavrel_test_options INTERFACE)
 target_compile_options(kavrel_test_options INTERFACE -g1 $<$<NOT:$<CONFIG:Debug>>:-O1>)
 
+# With KAVREL_PRECOMPILED_HEADERS tests are compiled after a list of headers that most of them include,
+# read once. A program, because its flags have to be a test program's.
+function(kavrel_precompiled_headers name)
+  if(NOT TARGET kavrel_test_headers)
+    file(GENERATE OUTPUT ${PROJECT_BINARY_DIR}/test_headers.cpp CONTENT "// Only its headers matter.\n")
+    add_executable(kavrel_test_headers ${PROJECT_BINARY_DIR}/test_headers.cpp)
+    target_link_libraries(kavrel_test_headers PRIVATE kavrel_build_options kavrel_test_options
+      GTest::gmock GTest::gtest_main)
+    target_compile_options(kavrel_test_headers PRIVATE -pthread)
+    target_precompile_headers(kavrel_test_headers PRIVATE
+      <gmock/gmock.h> <gtest/gtest.h> <algorithm> <array> <atomic> <chrono> <condition_variable>
+      <filesystem> <fstream> <functional> <map> <memory> <mutex> <optional> <random> <set> <sstream>
+      <stdexcept> <string> <string_view> <thread> <utility> <variant> <vector>)
+  endif()
+  set(c_sources ${ARGN})
+  list(FILTER c_sources INCLUDE REGEX "\\.c$")
+  set_source_files_properties(${c_sources} PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+  target_compile_options(${name} PRIVATE -pthread)  # as many libraries demand
+  target_precompile_headers(${name} REUSE_FROM kavrel_test_headers)
+endfunction()
+
 # kavrel_test(<name> SOURCES <file>... [LIBRARIES <target>...] [COST <seconds>]): one GoogleTest
 # program. Every test case becomes one CTest test, so that they run in parallel; each makes its own
 # runtime directory. Tests of the highest cost are started first.
@@ -78,6 +105,9 @@ function(kavrel_test name)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/tests")
   target_link_libraries(${name} PRIVATE kavrel_build_options kavrel_test_options ${ARG_LIBRARIES}
     GTest::gmock GTest::gtest_main)
+  if(KAVREL_PRECOMPILED_HEADERS)
+    kavrel_precompiled_headers(${name} ${ARG_SOURCES})
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
     PROPERTIES TIMEOUT 120 COST ${ARG_COST}
       ENVIRONMENT "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/support/foreign_leaks.supp:print_suppressions=0"
