@@ -94,7 +94,7 @@ class Build(unittest.TestCase):
         for cells in Page(ROOT / "CONTRIBUTING.md").table_rows():
             head = cells[0] if "`" not in cells[0] else head
             if head == "preset":
-                named |= set(re.findall(r"`(\w+)`", cells[0]))
+                named |= set(re.findall(r"`([\w-]+)`", cells[0]))
         self.assertEqual(wanted, named)
 
 
