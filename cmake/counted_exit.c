@@ -1,6 +1,6 @@
-// Stands in for _exit and abort where lines are counted (--wrap): what was counted is written first,
-// here and in each other part of the process. In every program and library, since each has counters of
-// its own; they find each other in the program's list.
+// Stands in for _exit and abort where lines are counted (--wrap): what was counted is written
+// first, here and in each other part of the process. In every program and library, since each has
+// counters of its own; they find each other in the program's list.
 #define _GNU_SOURCE
 #include <dlfcn.h>
 #include <stdlib.h>
